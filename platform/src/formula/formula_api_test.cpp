@@ -1,15 +1,20 @@
 // The formula C API: compile errors and their places, the result buffer's
 // layout, the evaluation flags, decompiling, limits, and bad handles.
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include "formula.h"
 #include "globerr.h"
 #include "nsfdata.h"
+#include "osenv.h"
 #include "osmem.h"
 
 namespace {
@@ -163,6 +168,19 @@ TEST(FormulaEvaluate, RunawayAndOversizedWorkStopsWithAStatus) {
   const std::string wide = "x := \"0123456789\"; x := x + x + x + x + x + x + x + x; y := x + x + x + x + x + x + x + "
                            "x; z := y + y + y + y + y + y + y + y; z : z : z : z : z : z : z : z : z : z : z : z : z";
   EXPECT_EQ(evaluate(wide).status, ERR_COMPUTE_LENGTH_WORD);
+}
+
+TEST(FormulaEvaluate, UserNameIsTheServersNameFromNotesIni) {
+  const auto dir = std::filesystem::temp_directory_path() / ("formula_user_" + std::to_string(::getpid()));
+  std::filesystem::create_directories(dir);
+  std::ofstream(dir / "notes.ini") << "ServerName=CN=Srv1/O=Org\n";
+  std::string argument = "=" + (dir / "notes.ini").string();
+  char* argv[] = {const_cast<char*>("test"), argument.data()};
+  ASSERT_EQ(NotesInitExtended(2, argv), NOERROR);
+  Evaluated e = evaluate("@UserName");
+  ASSERT_EQ(e.type(), TYPE_TEXT_LIST);
+  EXPECT_EQ(e.bytes.substr(6), "CN=Srv1/O=Org");
+  std::filesystem::remove_all(dir);
 }
 
 TEST(FormulaCompile, DeepNestingIsACompileErrorNotACrash) {

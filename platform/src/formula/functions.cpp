@@ -18,6 +18,7 @@ struct Registry {
     add_list_functions(table);
     add_number_functions(table);
     add_time_functions(table);
+    add_name_functions(table);
     for (size_t i = 0; i < table.size(); ++i) by_name.emplace(to_lower(table[i].name), i);
   }
 };

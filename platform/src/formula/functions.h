@@ -35,6 +35,7 @@ void add_text_functions(std::vector<Builtin>& table);
 void add_list_functions(std::vector<Builtin>& table);
 void add_number_functions(std::vector<Builtin>& table);
 void add_time_functions(std::vector<Builtin>& table);
+void add_name_functions(std::vector<Builtin>& table);
 
 // Shared argument helpers: the first element as a number or text; false
 // when the value has none of that kind.

@@ -110,8 +110,9 @@ STATUS format_time(const TIMEDATE& t, std::string_view format, std::string& out)
     out.clear();
     return NOERROR;
   }
+  // The current date matters only for D1 and S3; reading the clock costs.
   LocalTime now;
-  to_local(current_time(), now);
+  if (date_code == 1 || structure == 3) to_local(current_time(), now);
   char buffer[96];
   std::string text;
   if (show_date) {
@@ -143,9 +144,11 @@ STATUS format_time(const TIMEDATE& t, std::string_view format, std::string& out)
     text += buffer;
     // Z2 always names the zone; Z1 only for a value made in another zone.
     const bool has_zone = local.has_date;
-    TIMEDATE here = current_time();
-    const bool other_zone = (t.Innards[1] & ~TIMEDATE_JULIAN_MASK) != (here.Innards[1] & ~TIMEDATE_JULIAN_MASK);
-    if (has_zone && (zone_code == 2 || (zone_code == 1 && other_zone))) {
+    const auto other_zone = [&t] {
+      const TIMEDATE here = current_time();
+      return (t.Innards[1] & ~TIMEDATE_JULIAN_MASK) != (here.Innards[1] & ~TIMEDATE_JULIAN_MASK);
+    };
+    if (has_zone && (zone_code == 2 || (zone_code == 1 && other_zone()))) {
       const std::time_t seconds = static_cast<std::time_t>(
           (int64_t(t.Innards[1] & TIMEDATE_JULIAN_MASK) - 2440588) * 86400 + t.Innards[0] / TICKS_IN_SECOND);
       std::tm tm{};

@@ -2,7 +2,10 @@
 #include "formula/time_support.h"
 
 #include <cmath>
+#include <cstdlib>
 #include <ctime>
+#include <string>
+#include <string_view>
 
 #include "ostime.h"
 #include "time/timedate.h"
@@ -16,6 +19,25 @@ constexpr int64_t kSecondsPerDay = 86400;
 // language's dates stay within these).
 constexpr int kMinYear = 1;
 constexpr int kMaxYear = 9999;
+
+// The zone rules of a year, remembered per thread: finding them takes
+// several calendar conversions, and they change only with the year or TZ.
+LocalZone zone_of_year(std::time_t moment, int year) {
+  struct Remembered {
+    int year = 0;
+    std::string tz;
+    LocalZone zone{};
+  };
+  thread_local Remembered last;
+  const char* tz = std::getenv("TZ");
+  const std::string_view current_tz = tz == nullptr ? std::string_view("\x01unset") : std::string_view(tz);
+  if (last.year != year || last.tz != current_tz) {
+    last.zone = local_zone(moment);
+    last.year = year;
+    last.tz = std::string(current_tz);
+  }
+  return last.zone;
+}
 
 }  // namespace
 
@@ -95,7 +117,7 @@ bool from_local(const LocalTime& local, TIMEDATE& out) {
   tm.tm_isdst = -1;
   const std::time_t seconds = std::mktime(&tm);
   if (seconds == static_cast<std::time_t>(-1) && !(tm.tm_year == 69 && tm.tm_mday == 31)) return false;
-  const LocalZone zone = local_zone(seconds);
+  const LocalZone zone = zone_of_year(seconds, civil_year);
   const int hundredth = ((local.hundredth % 100) + 100) % 100;
   out = timedate_from_unix(seconds, hundredth, zone_bits(zone.standard_offset_seconds, zone.observes_dst));
   return true;
