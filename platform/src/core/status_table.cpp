@@ -75,6 +75,7 @@ constexpr StatusText kStatusTexts[] = {
     {ERR_MQSCAN_DELETE, "Delete current message in enumeration"},
     {ERR_MQ_MSGSPENDING, "Message Queue has messages outstanding."},
     {ERR_FORMULA_COMPILATION, "Formula Error"},
+    {ERR_ODS_NO_SUCH_ENTRY, "No such entry"},
     {ERR_AGENT_SEC_CONFIGURATION, "Error in agent security configuration. Please contact your administrator.  Server log contains additional details."},
     {ERR_SERVER_NOT_FOUND, "Unable to find path to server. Check that your network connection is working."},
     {ERR_SERVER_NOT_RESPONDING, "The server is not responding. The server may be down or you may be experiencing network problems. Contact your system administrator if this problem persists."},
