@@ -1,0 +1,277 @@
+#include "env/environment.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <mutex>
+#include <sstream>
+#include <vector>
+
+#include "globerr.h"
+#include "osenv.h"
+
+namespace tarnwick::rt {
+namespace {
+
+bool equal_no_case(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < a.size(); ++i) {
+    if (std::tolower(static_cast<unsigned char>(a[i])) != std::tolower(static_cast<unsigned char>(b[i]))) return false;
+  }
+  return true;
+}
+
+std::string_view trim(std::string_view s) {
+  while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) s.remove_prefix(1);
+  while (!s.empty() && (s.back() == ' ' || s.back() == '\t' || s.back() == '\r')) s.remove_suffix(1);
+  return s;
+}
+
+// The key of a KEY=VALUE line, or empty for any other line.
+std::string_view key_of(std::string_view line) {
+  size_t eq = line.find('=');
+  if (eq == std::string_view::npos) return {};
+  std::string_view key = trim(line.substr(0, eq));
+  if (key.empty() || key.front() == ';' || key.front() == '#' || key.front() == '[') return {};
+  return key;
+}
+
+struct FileStamp {
+  timespec mtime{};
+  off_t size = -1;
+  ino_t inode = 0;
+  bool operator==(const FileStamp& o) const {
+    return mtime.tv_sec == o.mtime.tv_sec && mtime.tv_nsec == o.mtime.tv_nsec && size == o.size && inode == o.inode;
+  }
+};
+
+std::optional<FileStamp> stamp_of(const std::filesystem::path& path) {
+  struct stat st {};
+  if (::stat(path.c_str(), &st) != 0) return std::nullopt;
+  return FileStamp{st.st_mtim, st.st_size, st.st_ino};
+}
+
+class Environment {
+ public:
+  STATUS load(const std::filesystem::path& path) {
+    std::lock_guard lock(mutex_);
+    path_ = std::filesystem::absolute(path).lexically_normal();
+    loaded_ = true;
+    return read_file_locked() ? NOERROR : ERR_NOEXIST;
+  }
+
+  std::filesystem::path path() {
+    std::lock_guard lock(mutex_);
+    ensure_loaded_locked();
+    return path_;
+  }
+
+  std::optional<std::string> get(std::string_view name) {
+    std::lock_guard lock(mutex_);
+    ensure_loaded_locked();
+    refresh_locked();
+    for (const auto& line : lines_) {
+      std::string_view key = key_of(line);
+      if (!key.empty() && equal_no_case(key, trim(name))) {
+        return std::string(trim(std::string_view(line).substr(line.find('=') + 1)));
+      }
+    }
+    return std::nullopt;
+  }
+
+  bool set(std::string_view name, std::string_view value) {
+    std::lock_guard lock(mutex_);
+    ensure_loaded_locked();
+    refresh_locked();
+    std::string new_line = std::string(trim(name)) + "=" + std::string(value);
+    bool replaced = false;
+    for (auto& line : lines_) {
+      std::string_view key = key_of(line);
+      if (!key.empty() && equal_no_case(key, trim(name))) {
+        line = new_line;
+        replaced = true;
+        break;
+      }
+    }
+    if (!replaced) lines_.push_back(new_line);
+    if (path_.empty()) return false;
+    return write_file_locked();
+  }
+
+  std::filesystem::path data_directory() {
+    auto directory = get("Directory");
+    std::lock_guard lock(mutex_);
+    std::filesystem::path base = path_.empty() ? std::filesystem::current_path() : path_.parent_path();
+    if (!directory || directory->empty()) return base;
+    std::filesystem::path dir(*directory);
+    return (dir.is_absolute() ? dir : base / dir).lexically_normal();
+  }
+
+ private:
+  // Without NotesInitExtended (tools, tests), fall back to NOTES_INI or ./notes.ini.
+  void ensure_loaded_locked() {
+    if (loaded_) return;
+    loaded_ = true;
+    const char* from_env = std::getenv("NOTES_INI");
+    std::filesystem::path candidate = (from_env && *from_env) ? from_env : "notes.ini";
+    if (std::filesystem::exists(candidate)) {
+      path_ = std::filesystem::absolute(candidate).lexically_normal();
+      read_file_locked();
+    }
+  }
+
+  void refresh_locked() {
+    if (path_.empty()) return;
+    auto now = stamp_of(path_);
+    if (now && (!stamp_ || !(*now == *stamp_))) read_file_locked();
+  }
+
+  bool read_file_locked() {
+    std::ifstream in(path_);
+    if (!in) {
+      lines_.clear();
+      stamp_.reset();
+      return false;
+    }
+    stamp_ = stamp_of(path_);
+    lines_.clear();
+    std::string line;
+    while (std::getline(in, line)) {
+      if (!line.empty() && line.back() == '\r') line.pop_back();
+      lines_.push_back(line);
+    }
+    return true;
+  }
+
+  bool write_file_locked() {
+    std::filesystem::path temp = path_;
+    temp += ".tmp." + std::to_string(::getpid());
+    {
+      std::ofstream out(temp, std::ios::trunc);
+      if (!out) return false;
+      for (const auto& line : lines_) out << line << '\n';
+      out.flush();
+      if (!out) return false;
+    }
+    std::error_code ec;
+    std::filesystem::rename(temp, path_, ec);
+    if (ec) {
+      std::filesystem::remove(temp, ec);
+      return false;
+    }
+    stamp_ = stamp_of(path_);
+    return true;
+  }
+
+  std::mutex mutex_;
+  bool loaded_ = false;
+  std::filesystem::path path_;           // guarded by mutex_
+  std::vector<std::string> lines_;       // guarded by mutex_
+  std::optional<FileStamp> stamp_;       // guarded by mutex_: the file as last read or written
+};
+
+Environment& environment() {
+  static Environment* env = new Environment;  // never destroyed: used until the last thread ends
+  return *env;
+}
+
+}  // namespace
+
+STATUS load_environment(const std::filesystem::path& path) { return environment().load(path); }
+std::filesystem::path ini_path() { return environment().path(); }
+std::filesystem::path data_directory() { return environment().data_directory(); }
+
+std::filesystem::path resolve_data_path(std::string_view api_path) {
+  std::string normalised(api_path);
+  for (char& c : normalised) {
+    if (c == '\\') c = '/';
+  }
+  std::filesystem::path path(normalised);
+  if (path.is_absolute()) return path.lexically_normal();
+  return (data_directory() / path).lexically_normal();
+}
+
+std::optional<std::string> get_environment(std::string_view name) { return environment().get(name); }
+bool set_environment(std::string_view name, std::string_view value) { return environment().set(name, value); }
+
+}  // namespace tarnwick::rt
+
+using namespace tarnwick::rt;
+
+extern "C" {
+
+STATUS LNPUBLIC NotesInitExtended(int argc, char** argv) {
+  try {
+    for (int i = 1; i < argc && argv != nullptr; ++i) {
+      if (argv[i] != nullptr && argv[i][0] == '=' && argv[i][1] != '\0') return load_environment(argv[i] + 1);
+    }
+    const char* from_env = std::getenv("NOTES_INI");
+    return load_environment((from_env && *from_env) ? from_env : "notes.ini");
+  } catch (...) {
+    return ERR_NOEXIST;
+  }
+}
+
+void LNPUBLIC NotesTerm(void) {}
+STATUS LNPUBLIC NotesInitThread(void) { return NOERROR; }
+void LNPUBLIC NotesTermThread(void) {}
+
+BOOL LNPUBLIC OSGetEnvironmentString(const char* VariableName, char* retValueBuffer, WORD BufferLength) {
+  if (VariableName == nullptr) return FALSE;
+  try {
+    auto value = get_environment(VariableName);
+    if (retValueBuffer != nullptr) {
+      size_t length = value ? std::min<size_t>(value->size(), BufferLength) : 0;
+      if (value) std::memcpy(retValueBuffer, value->data(), length);
+      retValueBuffer[length] = '\0';
+    }
+    return value ? TRUE : FALSE;
+  } catch (...) {
+    return FALSE;
+  }
+}
+
+long LNPUBLIC OSGetEnvironmentLong(const char* VariableName) {
+  if (VariableName == nullptr) return 0;
+  try {
+    auto value = get_environment(VariableName);
+    return value ? std::strtol(value->c_str(), nullptr, 10) : 0;
+  } catch (...) {
+    return 0;
+  }
+}
+
+void LNPUBLIC OSSetEnvironmentVariable(const char* VariableName, const char* Value) {
+  if (VariableName == nullptr || *VariableName == '\0') return;
+  try {
+    set_environment(VariableName, Value ? Value : "");
+  } catch (...) {
+  }
+}
+
+void LNPUBLIC OSSetEnvironmentInt(const char* VariableName, int Value) {
+  OSSetEnvironmentVariable(VariableName, std::to_string(Value).c_str());
+}
+
+WORD LNPUBLIC OSGetDataDirectory(char* retPath) {
+  if (retPath == nullptr) return 0;
+  try {
+    std::string dir = data_directory().string();
+    while (dir.size() > 1 && dir.back() == '/') dir.pop_back();
+    size_t length = std::min<size_t>(dir.size(), MAXPATH - 1);
+    std::memcpy(retPath, dir.data(), length);
+    retPath[length] = '\0';
+    return static_cast<WORD>(length);
+  } catch (...) {
+    retPath[0] = '\0';
+    return 0;
+  }
+}
+
+}  // extern "C"

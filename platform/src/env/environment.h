@@ -1,0 +1,42 @@
+// The process environment of the runtime: where notes.ini is, its variables,
+// and the data directory that relative database paths are resolved against.
+//
+// notes.ini holds KEY=VALUE lines; keys match without case; other lines
+// (comments, a "[Notes]" header) are kept as they are. Every change is
+// written at once to a temporary file that is renamed over notes.ini, so a
+// reader in another process sees either the old or the new file, never a
+// mix; a read notices when another process changed the file and reloads it.
+// Thread-safe.
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "global.h"
+
+namespace tarnwick::rt {
+
+// Loads the environment from notes.ini at `ini_path`; the previous one, if
+// any, is replaced. ERR_NOEXIST when the file is missing.
+STATUS load_environment(const std::filesystem::path& ini_path);
+
+// The notes.ini in use (empty when none was loaded and none was found).
+std::filesystem::path ini_path();
+
+// The data directory: notes.ini's "Directory" (relative to the folder of
+// notes.ini), else that folder; the current directory without notes.ini.
+std::filesystem::path data_directory();
+
+// A path given to the API as the platform gives it ("mail\jdoe.nsf",
+// "/abs/x.nsf"): separators normalised, relative paths under the data
+// directory.
+std::filesystem::path resolve_data_path(std::string_view api_path);
+
+std::optional<std::string> get_environment(std::string_view name);
+// Sets (or adds) a variable and writes notes.ini. Returns false when the file
+// could not be written.
+bool set_environment(std::string_view name, std::string_view value);
+
+}  // namespace tarnwick::rt

@@ -1,0 +1,108 @@
+#include "env/environment.h"
+
+#include <unistd.h>
+
+#include <filesystem>
+#include <cstring>
+#include <fstream>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "globerr.h"
+#include "osenv.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class EnvironmentTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dir_ = fs::temp_directory_path() / ("tarnwick-env-" + std::to_string(::getpid()) + "-" +
+                                        ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    fs::remove_all(dir_);
+    fs::create_directories(dir_);
+    ini_ = dir_ / "notes.ini";
+    std::ofstream(ini_) << "[Notes]\nDirectory=data\nServerName=CN=Mail1/O=Acme\nOOOWorkers = 8 \n; a comment\n";
+    std::string arg = "=" + ini_.string();
+    char program[] = "test";
+    char* argv[] = {program, arg.data()};
+    ASSERT_EQ(NotesInitExtended(2, argv), NOERROR);
+  }
+  void TearDown() override { fs::remove_all(dir_); }
+
+  fs::path dir_, ini_;
+};
+
+TEST_F(EnvironmentTest, ReadsVariablesWithoutCaseAndTrimsValues) {
+  char value[MAXENVVALUE];
+  ASSERT_TRUE(OSGetEnvironmentString("servername", value, sizeof value - 1));
+  EXPECT_STREQ(value, "CN=Mail1/O=Acme");
+  EXPECT_EQ(OSGetEnvironmentLong("OOOWORKERS"), 8);
+  EXPECT_EQ(OSGetEnvironmentInt("ooOworkers"), 8);
+  EXPECT_FALSE(OSGetEnvironmentString("Missing", value, sizeof value - 1));
+  EXPECT_STREQ(value, "");
+  EXPECT_EQ(OSGetEnvironmentLong("Missing"), 0);
+  EXPECT_EQ(OSGetEnvironmentLong("ServerName"), 0) << "non-numeric reads as 0";
+}
+
+TEST_F(EnvironmentTest, ShortBufferIsCutAndTerminated) {
+  char value[8];
+  std::memset(value, 'z', sizeof value);
+  ASSERT_TRUE(OSGetEnvironmentString("ServerName", value, 4));
+  EXPECT_STREQ(value, "CN=M");
+  EXPECT_EQ(value[5], 'z');
+}
+
+TEST_F(EnvironmentTest, WritesGoToTheFileAtomicallyAndKeepOtherLines) {
+  OSSetEnvironmentVariable("OOODirectory", "ooo");
+  OSSetEnvironmentInt("OOOWorkers", 16);
+  OSSetEnvironmentVariable("ServerName", "");
+  std::ifstream in(ini_);
+  std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  EXPECT_NE(text.find("[Notes]\n"), std::string::npos);
+  EXPECT_NE(text.find("; a comment\n"), std::string::npos);
+  EXPECT_NE(text.find("OOOWorkers=16\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("OOODirectory=ooo\n"), std::string::npos);
+  EXPECT_NE(text.find("ServerName=\n"), std::string::npos);
+  EXPECT_EQ(OSGetEnvironmentLong("OOOWorkers"), 16);
+  for (const auto& entry : fs::directory_iterator(dir_)) {
+    EXPECT_EQ(entry.path().string().find(".tmp."), std::string::npos) << "temporary file left behind";
+  }
+}
+
+TEST_F(EnvironmentTest, SeesChangesMadeByAnotherWriter) {
+  EXPECT_EQ(OSGetEnvironmentLong("OOOWorkers"), 8);
+  // Another process rewrites the file (as the admin tool's "env set" does).
+  fs::path temp = dir_ / "other.tmp";
+  std::ofstream(temp) << "Directory=data\nOOOWorkers=3\n";
+  fs::rename(temp, ini_);
+  EXPECT_EQ(OSGetEnvironmentLong("OOOWorkers"), 3);
+  EXPECT_FALSE(OSGetEnvironmentString("ServerName", nullptr, 0));
+}
+
+TEST_F(EnvironmentTest, DataDirectoryAndApiPaths) {
+  char path[MAXPATH];
+  WORD length = OSGetDataDirectory(path);
+  EXPECT_EQ(std::string(path, length), (dir_ / "data").string());
+  EXPECT_EQ(tarnwick::rt::resolve_data_path("mail\\jdoe.nsf"), dir_ / "data/mail/jdoe.nsf");
+  EXPECT_EQ(tarnwick::rt::resolve_data_path("ooo/OOO.nsf"), dir_ / "data/ooo/OOO.nsf");
+  EXPECT_EQ(tarnwick::rt::resolve_data_path("/abs/x.nsf"), fs::path("/abs/x.nsf"));
+  OSSetEnvironmentVariable("Directory", "");
+  EXPECT_EQ(tarnwick::rt::data_directory(), dir_) << "default: the folder of notes.ini";
+}
+
+TEST(EnvironmentInit, MissingIniIsReportedAndBadArgumentsDoNotCrash) {
+  char program[] = "test";
+  char missing[] = "=/nonexistent/dir/notes.ini";
+  char* argv[] = {program, missing};
+  EXPECT_EQ(NotesInitExtended(2, argv), ERR_NOEXIST);
+  EXPECT_FALSE(OSGetEnvironmentString(nullptr, nullptr, 0));
+  EXPECT_EQ(OSGetEnvironmentLong(nullptr), 0);
+  OSSetEnvironmentVariable(nullptr, "x");
+  OSSetEnvironmentVariable("", "x");
+  EXPECT_EQ(OSGetDataDirectory(nullptr), 0);
+}
+
+}  // namespace

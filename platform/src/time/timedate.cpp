@@ -1,0 +1,111 @@
+#include "time/timedate.h"
+
+#include <sys/time.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "ostime.h"
+
+namespace tarnwick::rt {
+
+DWORD julian_day(int year, int month, int day) {
+  // Days from civil (Howard Hinnant's algorithm), shifted to the Julian day.
+  const int y = year - (month <= 2 ? 1 : 0);
+  const int era = (y >= 0 ? y : y - 399) / 400;
+  const int yoe = y - era * 400;
+  const int mp = (month + 9) % 12;
+  const int doy = (153 * mp + 2) / 5 + day - 1;
+  const int doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
+  const int64_t days_since_1970 = static_cast<int64_t>(era) * 146097 + doe - 719468;
+  return static_cast<DWORD>(days_since_1970 + kJulianDayOf1970);
+}
+
+void civil_from_julian(DWORD julian, int& year, int& month, int& day) {
+  const int64_t z = static_cast<int64_t>(julian) - kJulianDayOf1970 + 719468;
+  const int64_t era = (z >= 0 ? z : z - 146096) / 146097;
+  const int64_t doe = z - era * 146097;
+  const int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+  const int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
+  const int64_t mp = (5 * doy + 2) / 153;
+  day = static_cast<int>(doy - (153 * mp + 2) / 5 + 1);
+  month = static_cast<int>(mp < 10 ? mp + 3 : mp - 9);
+  year = static_cast<int>(yoe + era * 400 + (month <= 2 ? 1 : 0));
+}
+
+LocalZone local_zone(std::time_t around) {
+  std::tm now{};
+  localtime_r(&around, &now);
+  // The standard offset is the smaller of the winter and summer offsets:
+  // daylight saving always moves clocks forward.
+  std::tm probe{};
+  probe.tm_year = now.tm_year;
+  probe.tm_mday = 1;
+  probe.tm_isdst = -1;
+  probe.tm_mon = 0;
+  std::time_t january = std::mktime(&probe);
+  std::tm jan{};
+  localtime_r(&january, &jan);
+  probe = std::tm{};
+  probe.tm_year = now.tm_year;
+  probe.tm_mday = 1;
+  probe.tm_mon = 6;
+  probe.tm_isdst = -1;
+  std::time_t july = std::mktime(&probe);
+  std::tm jul{};
+  localtime_r(&july, &jul);
+  const long standard = std::min(jan.tm_gmtoff, jul.tm_gmtoff);
+  return LocalZone{static_cast<int>(standard), jan.tm_gmtoff != jul.tm_gmtoff};
+}
+
+DWORD zone_bits(int standard_offset_seconds, bool observes_dst) {
+  const int magnitude = std::abs(standard_offset_seconds);
+  const DWORD hours = static_cast<DWORD>(magnitude / 3600) & 0x0F;
+  const DWORD quarters = static_cast<DWORD>((magnitude % 3600) / 900) & 0x03;
+  DWORD bits = (hours << 24) | (quarters << 28);
+  if (standard_offset_seconds > 0) bits |= TIMEDATE_EAST_MASK;
+  if (observes_dst) bits |= TIMEDATE_DST_MASK;
+  return bits;
+}
+
+int zone_number(int standard_offset_seconds) {
+  const int magnitude = std::abs(standard_offset_seconds);
+  const int number = magnitude / 3600 + ((magnitude % 3600) / 60) * 100;
+  return standard_offset_seconds > 0 ? -number : number;
+}
+
+TIMEDATE timedate_from_unix(int64_t unix_seconds, int hundredths, DWORD zone_word_bits) {
+  int64_t days = unix_seconds / 86400;
+  int64_t seconds_of_day = unix_seconds % 86400;
+  if (seconds_of_day < 0) {
+    seconds_of_day += 86400;
+    --days;
+  }
+  TIMEDATE td;
+  td.Innards[0] = static_cast<DWORD>(seconds_of_day * TICKS_IN_SECOND + hundredths);
+  td.Innards[1] = (static_cast<DWORD>(days + kJulianDayOf1970) & TIMEDATE_JULIAN_MASK) | zone_word_bits;
+  return td;
+}
+
+}  // namespace tarnwick::rt
+
+using namespace tarnwick::rt;
+
+extern "C" {
+
+void LNPUBLIC OSCurrentTIMEDATE(TIMEDATE* retTimeDate) {
+  if (retTimeDate == nullptr) return;
+  timeval now{};
+  gettimeofday(&now, nullptr);
+  const LocalZone zone = local_zone(now.tv_sec);
+  *retTimeDate = timedate_from_unix(now.tv_sec, static_cast<int>(now.tv_usec / 10000),
+                                    zone_bits(zone.standard_offset_seconds, zone.observes_dst));
+}
+
+void LNPUBLIC OSCurrentTimeZone(int* retZone, int* retDST) {
+  const LocalZone zone = local_zone(std::time(nullptr));
+  if (retZone != nullptr) *retZone = zone_number(zone.standard_offset_seconds);
+  if (retDST != nullptr) *retDST = zone.observes_dst ? 1 : 0;
+}
+
+}  // extern "C"
