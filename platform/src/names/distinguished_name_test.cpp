@@ -1,11 +1,16 @@
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <string>
 
 #include "dname.h"
 #include "globerr.h"
 #include "names/distinguished_name.h"
+#include "osenv.h"
 
 namespace {
 
@@ -114,8 +119,25 @@ TEST(DistinguishedNames, TemplateCompletesANameEndingInASlash) {
   EXPECT_EQ(canonical("Mary Tsen/", "CN=Admin/OU=Sales/O=Acme/C=US"), "CN=Mary Tsen/OU=Sales/O=Acme/C=US");
   EXPECT_EQ(canonical("Mary Tsen/", "Admin/Acme"), "CN=Mary Tsen/O=Acme");
   // Without a usable template the name stays as written.
-  EXPECT_EQ(canonical("Mary Tsen/"), "Mary Tsen/");
   EXPECT_EQ(canonical("Mary Tsen/", "Admin"), "Mary Tsen/");
+  EXPECT_EQ(canonicalize("Mary Tsen/"), "Mary Tsen/");
+}
+
+TEST(DistinguishedNames, DefaultTemplateIsTheServerName) {
+  namespace fs = std::filesystem;
+  const fs::path dir = fs::temp_directory_path() / ("tarnwick-dn-" + std::to_string(::getpid()));
+  fs::create_directories(dir);
+  std::ofstream(dir / "notes.ini") << "ServerName=CN=Mail1/OU=Srv/O=Acme\n";
+  std::string arg = "=";
+  arg += (dir / "notes.ini").string();
+  char program[] = "test";
+  char* argv[] = {program, arg.data()};
+  ASSERT_EQ(NotesInitExtended(2, argv), NOERROR);
+  EXPECT_EQ(canonical("Mary Tsen/"), "CN=Mary Tsen/OU=Srv/O=Acme");
+  EXPECT_EQ(canonical("Mary Tsen/", "CN=Other/O=Elsewhere"), "CN=Mary Tsen/O=Elsewhere");
+  EXPECT_EQ(canonical("Mary Tsen/Sales/Acme"), "CN=Mary Tsen/OU=Sales/O=Acme");
+  NotesTerm();
+  fs::remove_all(dir);
 }
 
 TEST(DistinguishedNames, SameNameComparesCanonicalFormsWithoutCase) {

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "dname.h"
+#include "env/environment.h"
 #include "globerr.h"
 #include "names/distinguished_name.h"
 #include "text/lmbcs.h"
@@ -100,9 +101,14 @@ extern "C" {
 
 STATUS LNPUBLIC DNCanonicalize(DWORD /*Flags*/, const char* TemplateName, const char* InName, char* OutName,
                                WORD OutSize, WORD* OutLength) {
-  const std::string_view pattern = TemplateName == nullptr ? std::string_view() : std::string_view(TemplateName);
-  return convert_name(InName, OutName, OutSize, OutLength,
-                      [&](std::string_view name) { return canonicalize(name, pattern); });
+  return convert_name(InName, OutName, OutSize, OutLength, [&](std::string_view name) {
+    if (TemplateName != nullptr) return canonicalize(name, TemplateName);
+    // The default template is the name this process runs as: the server's.
+    if (!name.empty() && name.back() == '/') {
+      return canonicalize(name, tarnwick::rt::get_environment("ServerName").value_or(std::string()));
+    }
+    return canonicalize(name);
+  });
 }
 
 STATUS LNPUBLIC DNAbbreviate(DWORD /*Flags*/, const char* /*TemplateName*/, const char* InName, char* OutName,
