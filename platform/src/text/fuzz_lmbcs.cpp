@@ -2,6 +2,8 @@
 // buffers. Checks that nothing is written outside the buffer, that a bounded
 // translation is a prefix of the unbounded one, and that it ends on a
 // character boundary.
+#include <unicode/utf16.h>
+
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -46,8 +48,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (int i = 0; i < 4; ++i) check(buffer[i] == '\x5A' && buffer[out_size + 4u + i] == '\x5A');
   const std::string written = buffer.substr(4, length);
   check(full.compare(0, length, written) == 0);
-  if (produces_lmbcs(mode)) check(tarnwick::rt::text::lmbcs_fit(written, length) == length);
-  if (mode == OS_TRANSLATE_LMBCS_TO_UNICODE) check(length % 2 == 0);
+  // The cut is on a character boundary of the full output.
+  using namespace tarnwick::rt::text;
+  if (produces_lmbcs(mode)) check(lmbcs_fit(full, length) == length);
+  if ((mode == OS_TRANSLATE_LMBCS_TO_UTF8 || mode == OS_TRANSLATE_LMBCS_TO_NATIVE) && length < full.size()) {
+    check((static_cast<unsigned char>(full[length]) & 0xC0) != 0x80);  // not inside a UTF-8 sequence
+  }
+  if (mode == OS_TRANSLATE_LMBCS_TO_UNICODE) {
+    check(length % 2 == 0);
+    std::u16string units(full.size() / 2, u'\0');
+    std::memcpy(units.data(), full.data(), units.size() * 2);
+    const size_t cut = length / 2u;
+    check(cut == 0 || cut >= units.size() || !(U16_IS_LEAD(units[cut - 1]) && U16_IS_TRAIL(units[cut])));
+  }
 
   // What came out converts back without loss of characters.
   if (mode == OS_TRANSLATE_UTF8_TO_LMBCS) {
