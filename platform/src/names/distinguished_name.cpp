@@ -251,7 +251,7 @@ ParsedName parse_name(std::string_view name) {
     classify_labelled(parts, leading_slash, parsed);
   }
 
-  // "Acme@" names no domain: keep such a name as written.
+  // A name ending in "@" gives no domain: keep such a name as written.
   if (at != npos && parsed.domain.empty() && !body.empty() && parsed.is_hierarchical()) {
     parsed.form = NameForm::kNonstandard;
   }
