@@ -1,4 +1,5 @@
 #include "time/timedate.h"
+#include "time/scoped_time_zone.h"
 
 #include <cstdlib>
 #include <ctime>
@@ -11,29 +12,6 @@
 namespace {
 
 using namespace tarnwick::rt;
-
-class ScopedTimeZone {
- public:
-  explicit ScopedTimeZone(const char* tz) {
-    const char* old = std::getenv("TZ");
-    had_old_ = old != nullptr;
-    if (had_old_) old_ = old;
-    setenv("TZ", tz, 1);
-    tzset();
-  }
-  ~ScopedTimeZone() {
-    if (had_old_) {
-      setenv("TZ", old_.c_str(), 1);
-    } else {
-      unsetenv("TZ");
-    }
-    tzset();
-  }
-
- private:
-  bool had_old_ = false;
-  std::string old_;
-};
 
 TEST(JulianDays, KnownDatesAndRoundTripOverCenturies) {
   EXPECT_EQ(julian_day(1970, 1, 1), 2440588u);
