@@ -215,8 +215,12 @@ class Reader {
   std::optional<Number> number(int max_digits) {
     if (!digit_at(pos)) return std::nullopt;
     Number n{0, 0};
+    const size_t start = pos;
     while (digit_at(pos)) {
-      if (n.digits == max_digits) return std::nullopt;  // too long to be a field
+      if (n.digits == max_digits) {  // too long to be a field
+        pos = start;
+        return std::nullopt;
+      }
       n.value = n.value * 10 + (text_[pos++] - '0');
       ++n.digits;
     }
@@ -241,6 +245,11 @@ class Reader {
       }
     }
     return false;
+  }
+
+  // Whether `s` followed by a digit is next.
+  bool separator_follows(std::string_view s) const {
+    return !s.empty() && text_.substr(pos, s.size()) == s && digit_at(pos + s.size());
   }
 
   std::string_view alnum_run() const {
@@ -298,10 +307,7 @@ Outcome read_numeric_date(const INTLFORMAT& intl, Reader& r, DateFields& date) {
   const std::string_view time_sep = r.time_sep();
   auto date_separator = [&] {
     if (r.peek() == ':') return false;
-    if (!time_sep.empty() && time_sep != date_sep && r.separator_before_digit({time_sep})) {
-      r.pos -= time_sep.size();
-      return false;
-    }
+    if (time_sep != date_sep && r.separator_follows(time_sep)) return false;
     return r.separator_before_digit({date_sep, "/", "-", "."});
   };
   if (!date_separator()) return none();
@@ -330,6 +336,56 @@ Outcome read_numeric_date(const INTLFORMAT& intl, Reader& r, DateFields& date) {
     const int year = today_local().year;
     date = order == DateOrder::kDMY ? DateFields{year, second->value, first->value}
                                     : DateFields{year, first->value, second->value};
+  }
+  const CivilTime check{date.year, date.month, date.day};
+  return is_valid_civil(check) ? Outcome::kRead : Outcome::kInvalid;
+}
+
+// An English month name or its first three letters; 0 when none is next.
+int read_month_name(Reader& r) {
+  static constexpr std::string_view kMonths[] = {"January", "February", "March",     "April",   "May",      "June",
+                                                 "July",    "August",   "September", "October", "November", "December"};
+  for (int i = 0; i < 12; ++i) {
+    if (r.word(kMonths[i]) || r.word(kMonths[i].substr(0, 3))) {
+      if (r.peek() == '.') ++r.pos;
+      return i + 1;
+    }
+  }
+  return 0;
+}
+
+// "Jan 2, 2026", "January 2 2026", "2 Jan 2026", "2-Jan-2026"; the year may
+// be left out (this year).
+Outcome read_named_date(Reader& r, DateFields& date) {
+  const size_t start = r.pos;
+  auto none = [&] {
+    r.pos = start;
+    return Outcome::kNone;
+  };
+  std::optional<Number> day;
+  int month = read_month_name(r);
+  if (month != 0) {
+    r.skip_spaces();
+    day = r.number(2);
+    if (!day) return none();
+  } else {
+    day = r.number(2);
+    if (!day) return none();
+    if (r.peek() == '-' || r.peek() == ' ' || r.peek() == '.') ++r.pos;
+    r.skip_spaces();
+    month = read_month_name(r);
+    if (month == 0) return none();
+  }
+  date = {today_local().year, month, day->value};
+  // The year: after a comma, spaces or a dash, but not a time ("Jan 2 10:00").
+  const size_t before_year = r.pos;
+  if (r.peek() == ',' || r.peek() == '-') ++r.pos;
+  r.skip_spaces();
+  const auto year = r.number(5);
+  if (year && r.peek() != ':' && !r.separator_follows(r.time_sep())) {
+    date.year = full_year(*year);
+  } else {
+    r.pos = before_year;
   }
   const CivilTime check{date.year, date.month, date.day};
   return is_valid_civil(check) ? Outcome::kRead : Outcome::kInvalid;
@@ -472,6 +528,7 @@ ParsedTimeDate parse_timedate(const INTLFORMAT& intl, const TFMT& format, std::s
 
   DateFields date{};
   Outcome date_read = read_relative_day(intl, r, date);
+  if (date_read == Outcome::kNone) date_read = read_named_date(r, date);
   if (date_read == Outcome::kNone) date_read = read_numeric_date(intl, r, date);
   if (date_read == Outcome::kInvalid) return failure(ERR_TDO_CONV);
   size_t end = r.pos;

@@ -11,7 +11,8 @@
 // The reader accepts what the printer writes and common variants: one or two
 // digit fields, any of the separators "/", "-", "." (and the configured one)
 // in dates, ISO "2026-01-02" and "2026-01-02T10:00:00", years of two digits
-// (below 50: 20xx), a missing year (this year), "10 PM", a lone hour after a
+// (below 50: 20xx), a missing year (this year), English month names ("Jan 2,
+// 2026", "2-Feb-1996"), "10 PM", a lone hour after a
 // date ("Today 12"), hundredths after the seconds, a zone name. Text with
 // only a date gives a date-only value, only a time a time-only value.
 #pragma once

@@ -271,6 +271,10 @@ TEST_F(TimeText, ReadsWhatItPrintsAndCommonVariants) {
       {"01/02/2026 20:30 ZE5B", "01/02/2026 10:00:00 AM"},
       {"01/2026", "01/01/2026"},
       {"10:00:00.5", "10:00:00 AM"},
+      {"Jan 2, 2026", "01/02/2026"},
+      {"january 2 2026 10:00 pm", "01/02/2026 10:00:00 PM"},
+      {"2-Feb-1996", "02/02/1996"},
+      {"29 Feb 2024 13:15", "02/29/2024 01:15:00 PM"},
   };
   for (const auto& c : cases) {
     TIMEDATE got{};
@@ -299,7 +303,7 @@ TEST_F(TimeText, RejectsInvalidTextAndStopsWhereTheValueEnds) {
   ScopedTimeZone zone("Europe/Berlin");
   for (const char* bad : {"", "   ", "hello", "13/45/2026", "2/30/2026", "2/29/2100", "0/1/2026", "1/2/2026 25:00",
                           "1/2/2026 10:61", "13:00 PM", "0 AM", "1/2/2026xyz", "99999/1/1", "1/2/2026 10:00 XYZ",
-                          "10", "10:", "1/", "//", "123456789012/1/1"}) {
+                          "10", "10:", "1/", "//", "123456789012/1/1", "Feb 30 2024", "30 Foo 2024"}) {
     TIMEDATE out{{7, 7}};
     EXPECT_EQ(parse(bad, out), ERR_TDO_CONV) << '"' << bad << '"';
     EXPECT_EQ(out.Innards[0], 7u) << bad;
