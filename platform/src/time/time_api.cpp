@@ -115,8 +115,8 @@ BOOL LNPUBLIC TimeLocalToGM(TIME* Time) {
 
 BOOL LNPUBLIC TimeGMToLocal(TIME* Time) {
   if (Time == nullptr) return TRUE;
-  const int64_t around = is_complete_instant(Time->GM) ? floor_div(instant_ticks(Time->GM), kTicksPerSecond)
-                                                        : now_seconds();
+  const int64_t around =
+      is_complete_instant(Time->GM) ? floor_div(instant_ticks(Time->GM), kTicksPerSecond) : now_seconds();
   if (break_down(*Time, local_rules())) return TRUE;
   const LocalZone zone = local_zone(static_cast<std::time_t>(around));
   Time->zone = zone_number(zone.standard_offset_seconds);
@@ -128,8 +128,8 @@ BOOL LNPUBLIC TimeGMToLocalZone(TIME* Time) {
   if (Time == nullptr) return TRUE;
   const auto offset = offset_from_zone_number(Time->zone);
   if (!offset) return TRUE;
-  const int64_t around = is_complete_instant(Time->GM) ? floor_div(instant_ticks(Time->GM), kTicksPerSecond)
-                                                        : now_seconds();
+  const int64_t around =
+      is_complete_instant(Time->GM) ? floor_div(instant_ticks(Time->GM), kTicksPerSecond) : now_seconds();
   return break_down(*Time, ZoneRules::for_zone(*offset, Time->dst != 0, around));
 }
 
@@ -141,7 +141,8 @@ void LNPUBLIC TimeExtractLocal(const TIMEDATE* Time, BOOL fTime, TIMEDATE* retTi
     t.GM = *Time;
     break_down(t, local_rules());
     if (fTime) {
-      result.Innards[0] = static_cast<DWORD>(((t.hour * 60 + t.minute) * 60 + t.second) * kTicksPerSecond + t.hundredth);
+      result.Innards[0] =
+          static_cast<DWORD>(((t.hour * 60 + t.minute) * 60 + t.second) * kTicksPerSecond + t.hundredth);
     } else {
       result.Innards[1] = julian_day(t.year, t.month, t.day);
     }
@@ -164,12 +165,14 @@ void LNPUBLIC TimeExtractLocal(const TIMEDATE* Time, BOOL fTime, TIMEDATE* retTi
 // 1..32767.
 BOOL LNPUBLIC TimeDateAdjust(TIMEDATE* Time, int seconds, int minutes, int hours, int days, int months, int years) {
   if (Time == nullptr) return TRUE;
-  const int64_t clock_ticks = (static_cast<int64_t>(seconds) + static_cast<int64_t>(minutes) * 60 +
-                               static_cast<int64_t>(hours) * 3600) * kTicksPerSecond;
+  const int64_t clock_ticks =
+      (static_cast<int64_t>(seconds) + static_cast<int64_t>(minutes) * 60 + static_cast<int64_t>(hours) * 3600) *
+      kTicksPerSecond;
   if (!has_date(*Time) && !has_time(*Time)) return FALSE;
   if (!has_date(*Time)) {
     if (Time->Innards[0] >= static_cast<DWORD>(kTicksPerDay)) return TRUE;
-    Time->Innards[0] = static_cast<DWORD>(floor_mod(static_cast<int64_t>(Time->Innards[0]) + clock_ticks, kTicksPerDay));
+    Time->Innards[0] =
+        static_cast<DWORD>(floor_mod(static_cast<int64_t>(Time->Innards[0]) + clock_ticks, kTicksPerDay));
     return FALSE;
   }
   if (!has_time(*Time)) {
@@ -236,8 +239,8 @@ extern "C" {
 LONG LNPUBLIC TimeDateDifference(const TIMEDATE* t1, const TIMEDATE* t2) {
   if (t1 == nullptr || t2 == nullptr) return 0;
   const int64_t seconds = difference_ticks(*t1, *t2) / kTicksPerSecond;
-  return static_cast<LONG>(std::clamp<int64_t>(seconds, std::numeric_limits<LONG>::min(),
-                                               std::numeric_limits<LONG>::max()));
+  return static_cast<LONG>(
+      std::clamp<int64_t>(seconds, std::numeric_limits<LONG>::min(), std::numeric_limits<LONG>::max()));
 }
 
 void LNPUBLIC TimeDateDifferenceFloat(const TIMEDATE* t1, const TIMEDATE* t2, NUMBER* retDifference) {

@@ -38,8 +38,7 @@ std::string show(const TIMEDATE& td) {
   t.GM = td;
   if (TimeGMToLocal(&t)) return "invalid";
   char text[40];
-  std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d", t.year, t.month, t.day, t.hour, t.minute,
-                t.second);
+  std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d", t.year, t.month, t.day, t.hour, t.minute, t.second);
   return text;
 }
 
@@ -62,9 +61,9 @@ TEST(TimeDateAdjust, AppliesSmallestUnitFirstWithCarriesAndMonthEnds) {
     int y, m, d, months, years;
     const char* expected;
   } cases[] = {
-      {2024, 1, 31, 1, 0, "2024-02-29 08:00:00"}, {2023, 1, 31, 1, 0, "2023-02-28 08:00:00"},
-      {2024, 3, 31, -1, 0, "2024-02-29 08:00:00"}, {2024, 2, 29, 0, 1, "2025-02-28 08:00:00"},
-      {2024, 1, 15, -1, 0, "2023-12-15 08:00:00"}, {2024, 12, 31, 14, -1, "2025-02-28 08:00:00"},
+      {2024, 1, 31, 1, 0, "2024-02-29 08:00:00"},   {2023, 1, 31, 1, 0, "2023-02-28 08:00:00"},
+      {2024, 3, 31, -1, 0, "2024-02-29 08:00:00"},  {2024, 2, 29, 0, 1, "2025-02-28 08:00:00"},
+      {2024, 1, 15, -1, 0, "2023-12-15 08:00:00"},  {2024, 12, 31, 14, -1, "2025-02-28 08:00:00"},
       {2024, 8, 31, -30, 0, "2022-02-28 08:00:00"},
   };
   for (const auto& c : cases) {

@@ -111,8 +111,8 @@ TEST(TimeConversion, GmtToLocalMatchesTheCLibraryThroughAYear) {
       got.GM = from_unix(t);
       ASSERT_FALSE(TimeGMToLocal(&got));
       const bool same = got.year == expected.tm_year + 1900 && got.month == expected.tm_mon + 1 &&
-                        got.day == expected.tm_mday && got.hour == expected.tm_hour &&
-                        got.minute == expected.tm_min && got.weekday == expected.tm_wday + 1;
+                        got.day == expected.tm_mday && got.hour == expected.tm_hour && got.minute == expected.tm_min &&
+                        got.weekday == expected.tm_wday + 1;
       EXPECT_TRUE(same) << tz << " at " << t << ": got " << got.year << "-" << got.month << "-" << got.day << " "
                         << got.hour << ":" << got.minute;
       TIME back = got;

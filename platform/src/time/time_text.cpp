@@ -19,8 +19,7 @@ namespace {
 constexpr int kHour = 3600;
 
 bool valid_format(const TFMT& f) {
-  return f.Date <= TDFMT_DPARTIAL4 && f.Time <= TTFMT_FULL_MAX && f.Zone <= TZFMT_ALWAYS &&
-         f.Structure <= TSFMT_CDATE;
+  return f.Date <= TDFMT_DPARTIAL4 && f.Time <= TTFMT_FULL_MAX && f.Zone <= TZFMT_ALWAYS && f.Structure <= TSFMT_CDATE;
 }
 
 std::string_view field(const char* text, size_t capacity) { return {text, strnlen(text, capacity)}; }
@@ -99,7 +98,8 @@ std::optional<ZoneLabel> zone_from_name(std::string_view name) {
   if (side != 'E' && side != 'W') return std::nullopt;
   size_t i = 2;
   int hours = 0;
-  while (i < name.size() && i < 4 && std::isdigit(static_cast<unsigned char>(name[i]))) hours = hours * 10 + (name[i++] - '0');
+  while (i < name.size() && i < 4 && std::isdigit(static_cast<unsigned char>(name[i])))
+    hours = hours * 10 + (name[i++] - '0');
   if (i == 2 || hours > 14) return std::nullopt;
   int minutes = 0;
   if (i < name.size()) {
@@ -281,9 +281,12 @@ Outcome read_relative_day(const INTLFORMAT& intl, Reader& r, DateFields& date) {
   struct Word {
     std::string_view text;
     int days;
-  } words[] = {{field(intl.TodayString, YTSTRMAX), 0},     {field(intl.YesterdayString, YTSTRMAX), -1},
-               {field(intl.TomorrowString, YTSTRMAX), 1}, {"Today", 0},
-               {"Yesterday", -1},                          {"Tomorrow", 1}};
+  } words[] = {{field(intl.TodayString, YTSTRMAX), 0},
+               {field(intl.YesterdayString, YTSTRMAX), -1},
+               {field(intl.TomorrowString, YTSTRMAX), 1},
+               {"Today", 0},
+               {"Yesterday", -1},
+               {"Tomorrow", 1}};
   for (const auto& w : words) {
     if (r.word(w.text)) {
       const CivilTime today = today_local();
@@ -499,13 +502,11 @@ STATUS format_timedate(const INTLFORMAT& intl, const TFMT& format, const TIMEDAT
   const int64_t gmt_seconds = floor_div(gmt, kTicksPerSecond);
   const LocalZone own = zone_from_bits(value.Innards[1]);
   const LocalZone machine = local_zone(static_cast<std::time_t>(gmt_seconds));
-  const bool own_zone_differs = own.standard_offset_seconds != machine.standard_offset_seconds ||
-                                own.observes_dst != machine.observes_dst;
-  const bool show_zone =
-      format.Zone == TZFMT_ALWAYS || (format.Zone == TZFMT_SOMETIMES && own_zone_differs);
-  const ZoneRules rules = show_zone
-                              ? ZoneRules::for_zone(own.standard_offset_seconds, own.observes_dst, gmt_seconds)
-                              : ZoneRules::operating_system();
+  const bool own_zone_differs =
+      own.standard_offset_seconds != machine.standard_offset_seconds || own.observes_dst != machine.observes_dst;
+  const bool show_zone = format.Zone == TZFMT_ALWAYS || (format.Zone == TZFMT_SOMETIMES && own_zone_differs);
+  const ZoneRules rules = show_zone ? ZoneRules::for_zone(own.standard_offset_seconds, own.observes_dst, gmt_seconds)
+                                    : ZoneRules::operating_system();
   const int offset = rules.offset_at(gmt_seconds);
   const CivilTime t = civil_from_ticks(gmt + offset * kTicksPerSecond);
   if (!is_valid_civil(t)) return ERR_TDO_CONV;
@@ -622,7 +623,8 @@ STATUS LNPUBLIC ConvertTIMEDATEToText(const void* IntlFormat, const TFMT* TextFo
     const STATUS status = format_timedate(*intl, TextFormat ? *TextFormat : kDefaultFormat, *InputTime, text);
     if (status != NOERROR) return status;
     const size_t length = std::min<size_t>(text.size(), TextBufferLength);  // cut to the buffer
-    if (length > 0) std::memcpy(retTextBuffer, text.data(), length);
+    // The platform's text is not NUL-terminated.
+    if (length > 0) std::memcpy(retTextBuffer, text.data(), length);  // NOLINT(bugprone-not-null-terminated-result)
     if (retTextLength != nullptr) *retTextLength = static_cast<WORD>(length);
     return NOERROR;
   } catch (...) {

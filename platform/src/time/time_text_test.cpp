@@ -232,8 +232,8 @@ TEST_F(TimeText, ReadsWhatItPrintsAndCommonVariants) {
 
   // Round trips through every structure and several settings.
   const TIMEDATE values[] = {local(2021, 3, 9, 10, 37, 0), local(1991, 12, 16, 18, 13, 32),
-                             local(2024, 2, 29, 0, 0, 59), local(2024, 11, 3, 0, 30), date_only(2100, 2, 28),
-                             TIMEDATE{{(13 * 3600 + 1) * 100, ANYDAY}}};
+                             local(2024, 2, 29, 0, 0, 59), local(2024, 11, 3, 0, 30),
+                             date_only(2100, 2, 28),       TIMEDATE{{(13 * 3600 + 1) * 100, ANYDAY}}};
   for (const char* order : {"MDY", "DMY", "YMD"}) {
     OSSetEnvironmentVariable("DateOrder", order);
     for (const char* clock : {"12_HOUR", "24_HOUR"}) {
@@ -301,9 +301,27 @@ TEST_F(TimeText, ReadsWhatItPrintsAndCommonVariants) {
 
 TEST_F(TimeText, RejectsInvalidTextAndStopsWhereTheValueEnds) {
   ScopedTimeZone zone("Europe/Berlin");
-  for (const char* bad : {"", "   ", "hello", "13/45/2026", "2/30/2026", "2/29/2100", "0/1/2026", "1/2/2026 25:00",
-                          "1/2/2026 10:61", "13:00 PM", "0 AM", "1/2/2026xyz", "99999/1/1", "1/2/2026 10:00 XYZ",
-                          "10", "10:", "1/", "//", "123456789012/1/1", "Feb 30 2024", "30 Foo 2024"}) {
+  for (const char* bad : {"",
+                          "   ",
+                          "hello",
+                          "13/45/2026",
+                          "2/30/2026",
+                          "2/29/2100",
+                          "0/1/2026",
+                          "1/2/2026 25:00",
+                          "1/2/2026 10:61",
+                          "13:00 PM",
+                          "0 AM",
+                          "1/2/2026xyz",
+                          "99999/1/1",
+                          "1/2/2026 10:00 XYZ",
+                          "10",
+                          "10:",
+                          "1/",
+                          "//",
+                          "123456789012/1/1",
+                          "Feb 30 2024",
+                          "30 Foo 2024"}) {
     TIMEDATE out{{7, 7}};
     EXPECT_EQ(parse(bad, out), ERR_TDO_CONV) << '"' << bad << '"';
     EXPECT_EQ(out.Innards[0], 7u) << bad;

@@ -33,11 +33,11 @@ TEST(CurrentTime, ZoneBitsFollowTheOperatingSystemZone) {
     int zone;
     int dst;
   } cases[] = {
-      {"America/New_York", 0x85, 5, 1},   // 5 h west, observes DST
-      {"Asia/Kolkata", 0x65, -3005, 0},   // 5:30 east, no DST
-      {"Australia/Sydney", 0xCA, -10, 1}, // 10 h east, observes DST
+      {"America/New_York", 0x85, 5, 1},    // 5 h west, observes DST
+      {"Asia/Kolkata", 0x65, -3005, 0},    // 5:30 east, no DST
+      {"Australia/Sydney", 0xCA, -10, 1},  // 10 h east, observes DST
       {"UTC", 0x00, 0, 0},
-      {"America/St_Johns", 0xA3, 3003, 1}, // 3:30 west, observes DST
+      {"America/St_Johns", 0xA3, 3003, 1},  // 3:30 west, observes DST
   };
   for (const auto& c : cases) {
     ScopedTimeZone zone(c.tz);

@@ -106,8 +106,7 @@ ZoneRules ZoneRules::for_zone(int standard_offset_seconds, bool observes_dst, in
 bool ZoneRules::law_in_effect(int64_t gmt_seconds) const {
   const int64_t local_standard = gmt_seconds + standard_offset_;
   int year, month, day;
-  civil_from_julian(static_cast<DWORD>(floor_div(local_standard, kSecondsPerDay) + kJulianDayOf1970), year, month,
-                    day);
+  civil_from_julian(static_cast<DWORD>(floor_div(local_standard, kSecondsPerDay) + kJulianDayOf1970), year, month, day);
   const int64_t start = change_moment(law_.start, year);
   const int64_t end = change_moment(law_.end, year);
   if (start < end) return local_standard >= start && local_standard < end;
