@@ -34,7 +34,7 @@ TARNWICK_EXTERN_C_BEGIN
 typedef struct {
   WORD Flags;
   BYTE CurrencyDigits;
-  BYTE Length;  /* size of the structure */
+  BYTE Length; /* size of the structure */
   int TimeZone; /* hours added to local time to get GMT (EST = 5) */
   char AMString[ISTRMAX];
   char PMString[ISTRMAX];
@@ -48,7 +48,7 @@ typedef struct {
   char TomorrowString[YTSTRMAX];
 } INTLFORMAT;
 
-void LNPUBLIC OSGetIntlSettings(INTLFORMAT* retIntlFormat, WORD BufferSize);
+void LNPUBLIC OSGetIntlSettings(INTLFORMAT *retIntlFormat, WORD BufferSize);
 
 TARNWICK_EXTERN_C_END
 

@@ -51,29 +51,29 @@ typedef struct {
   TIMEDATE GM;
 } TIME;
 
-void LNPUBLIC OSCurrentTIMEDATE(TIMEDATE* retTimeDate);
-void LNPUBLIC OSCurrentTimeZone(int* retZone, int* retDST);
+void LNPUBLIC OSCurrentTIMEDATE(TIMEDATE *retTimeDate);
+void LNPUBLIC OSCurrentTimeZone(int *retZone, int *retDST);
 
-BOOL LNPUBLIC TimeLocalToGM(TIME* Time);
-BOOL LNPUBLIC TimeGMToLocal(TIME* Time);
-BOOL LNPUBLIC TimeGMToLocalZone(TIME* Time);
-void LNPUBLIC TimeExtractLocal(const TIMEDATE* Time, BOOL fTime, TIMEDATE* retTime);
+BOOL LNPUBLIC TimeLocalToGM(TIME *Time);
+BOOL LNPUBLIC TimeGMToLocal(TIME *Time);
+BOOL LNPUBLIC TimeGMToLocalZone(TIME *Time);
+void LNPUBLIC TimeExtractLocal(const TIMEDATE *Time, BOOL fTime, TIMEDATE *retTime);
 
 /* Seconds, minutes and hours are elapsed time; days, months and years move
  * along the local calendar keeping the local clock time (across a daylight
  * saving change too); 31 January + 1 month = the last day of February. */
-BOOL LNPUBLIC TimeDateAdjust(TIMEDATE* Time, int seconds, int minutes, int hours, int days, int months, int years);
-STATUS LNPUBLIC TimeDateIncrement(TIMEDATE* Time, LONG Interval);
-LONG LNPUBLIC TimeDateDifference(const TIMEDATE* t1, const TIMEDATE* t2);
-void LNPUBLIC TimeDateDifferenceFloat(const TIMEDATE* t1, const TIMEDATE* t2, NUMBER* retDifference);
-int LNPUBLIC TimeDateCompare(const TIMEDATE* t1, const TIMEDATE* t2);
-BOOL LNPUBLIC TimeDateEqual(const TIMEDATE* t1, const TIMEDATE* t2);
-void LNPUBLIC TimeConstant(WORD TimeConstantType, TIMEDATE* td);
-void LNPUBLIC TimeDateClear(TIMEDATE* Time);
-void LNPUBLIC TimeConstruct(DWORD Date, DWORD Time, TIMEDATE* retTimeDate);
-DWORD LNPUBLIC TimeExtractTicks(const TIMEDATE* Time);
-DWORD LNPUBLIC TimeExtractDate(const TIMEDATE* Time);
-DWORD LNPUBLIC TimeExtractJulianDate(const TIMEDATE* Time);
+BOOL LNPUBLIC TimeDateAdjust(TIMEDATE *Time, int seconds, int minutes, int hours, int days, int months, int years);
+STATUS LNPUBLIC TimeDateIncrement(TIMEDATE *Time, LONG Interval);
+LONG LNPUBLIC TimeDateDifference(const TIMEDATE *t1, const TIMEDATE *t2);
+void LNPUBLIC TimeDateDifferenceFloat(const TIMEDATE *t1, const TIMEDATE *t2, NUMBER *retDifference);
+int LNPUBLIC TimeDateCompare(const TIMEDATE *t1, const TIMEDATE *t2);
+BOOL LNPUBLIC TimeDateEqual(const TIMEDATE *t1, const TIMEDATE *t2);
+void LNPUBLIC TimeConstant(WORD TimeConstantType, TIMEDATE *td);
+void LNPUBLIC TimeDateClear(TIMEDATE *Time);
+void LNPUBLIC TimeConstruct(DWORD Date, DWORD Time, TIMEDATE *retTimeDate);
+DWORD LNPUBLIC TimeExtractTicks(const TIMEDATE *Time);
+DWORD LNPUBLIC TimeExtractDate(const TIMEDATE *Time);
+DWORD LNPUBLIC TimeExtractJulianDate(const TIMEDATE *Time);
 
 /* Text formats */
 #define TDFMT_FULL 0
@@ -105,12 +105,12 @@ typedef struct {
 
 /* IntlFormat NULL = current settings (intl.h); TextFormat NULL = full date and
  * time. The text is not NUL-terminated; at most TextBufferLength bytes. */
-STATUS LNPUBLIC ConvertTIMEDATEToText(const void* IntlFormat, const TFMT* TextFormat, const TIMEDATE* InputTime,
-                                      char* retTextBuffer, WORD TextBufferLength, WORD* retTextLength);
+STATUS LNPUBLIC ConvertTIMEDATEToText(const void *IntlFormat, const TFMT *TextFormat, const TIMEDATE *InputTime,
+                                      char *retTextBuffer, WORD TextBufferLength, WORD *retTextLength);
 /* Parses at most MaxLength bytes at *ppTextString and advances the pointer
  * past what was read. */
-STATUS LNPUBLIC ConvertTextToTIMEDATE(const void* IntlFormat, const TFMT* TextFormat, char** ppTextString,
-                                      WORD MaxLength, TIMEDATE* retTIMEDATE);
+STATUS LNPUBLIC ConvertTextToTIMEDATE(const void *IntlFormat, const TFMT *TextFormat, char **ppTextString,
+                                      WORD MaxLength, TIMEDATE *retTIMEDATE);
 
 TARNWICK_EXTERN_C_END
 
