@@ -170,7 +170,7 @@ TEST(FormulaEvaluate, RunawayAndOversizedWorkStopsWithAStatus) {
   EXPECT_EQ(evaluate(wide).status, ERR_COMPUTE_LENGTH_WORD);
 }
 
-TEST(FormulaEvaluate, UserNameIsTheServersNameFromNotesIni) {
+TEST(FormulaEvaluate, UserNameAndNameCompletionUseTheServersNameFromNotesIni) {
   const auto dir = std::filesystem::temp_directory_path() / ("formula_user_" + std::to_string(::getpid()));
   std::filesystem::create_directories(dir);
   std::ofstream(dir / "notes.ini") << "ServerName=CN=Srv1/O=Org\n";
@@ -180,6 +180,10 @@ TEST(FormulaEvaluate, UserNameIsTheServersNameFromNotesIni) {
   Evaluated e = evaluate("@UserName");
   ASSERT_EQ(e.type(), TYPE_TEXT_LIST);
   EXPECT_EQ(e.bytes.substr(6), "CN=Srv1/O=Org");
+  // "Name/" is completed from the same name.
+  e = evaluate("@Name([Canonicalize]; \"Mary Tsen/\")");
+  ASSERT_EQ(e.type(), TYPE_TEXT_LIST);
+  EXPECT_EQ(e.bytes.substr(6), "CN=Mary Tsen/O=Org");
   std::filesystem::remove_all(dir);
 }
 
