@@ -131,7 +131,7 @@ Value Evaluator::eval(const Node& node) {
       return Value::number(node.number);
     case NodeKind::kTimeConstant: {
       TIMEDATE t;
-      if (!time_from_constant(node.time, t)) return Value::failure(ERR_TDO_CONV);
+      if (!time_from_text(node.text, t)) return Value::failure(ERR_TDO_CONV);
       return Value::time(t);
     }
     case NodeKind::kKeyword:
