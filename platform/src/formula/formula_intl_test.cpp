@@ -2,17 +2,14 @@
 // international settings from notes.ini, and see a change of them at once.
 #include <cstdlib>
 #include <ctime>
-#include <filesystem>
-#include <fstream>
 #include <string>
-
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include "formula/evaluator.h"
 #include "globerr.h"
 #include "osenv.h"
+#include "testing/temp_data_directory.h"
 
 namespace tarnwick::rt::formula {
 namespace {
@@ -34,21 +31,14 @@ std::string text_of(const std::string& formula) {
 
 class FormulaIntlSettings : public ::testing::Test {
  protected:
-  void SetUp() override {
+  static void SetUpTestSuite() {
     setenv("TZ", "America/New_York", 1);
     tzset();
-    dir_ = std::filesystem::temp_directory_path() / ("formula_intl_" + std::to_string(::getpid()));
-    std::filesystem::create_directories(dir_);
-    std::ofstream(dir_ / "notes.ini") << "DateOrder=DMY\nDateSeparator=.\nClockType=24_HOUR\nDecimalSymbol=,\n"
-                                         "ThousandsSeparator=.\nCurrencySymbol=EUR\nCurrencyPosition=SUFFIX\n"
-                                         "CurrencySpace=1\nTodayString=Heute\n";
-    std::string argument = "=" + (dir_ / "notes.ini").string();
-    char* argv[] = {const_cast<char*>("test"), argument.data()};
-    ASSERT_EQ(NotesInitExtended(2, argv), NOERROR);
   }
-  void TearDown() override { std::filesystem::remove_all(dir_); }
 
-  std::filesystem::path dir_;
+  tarnwick::testing::TempDataDirectory data_{
+      "DateOrder=DMY\nDateSeparator=.\nClockType=24_HOUR\nDecimalSymbol=,\nThousandsSeparator=.\n"
+      "CurrencySymbol=EUR\nCurrencyPosition=SUFFIX\nCurrencySpace=1\nTodayString=Heute\n"};
 };
 
 TEST_F(FormulaIntlSettings, TimesAreReadAndWrittenInTheConfiguredForms) {
