@@ -29,6 +29,10 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr size_t kMaxKeyLength = 200;
+// Queues live no longer than their holders, so they are kept in memory-backed
+// files when the system has them: creating and removing a file there costs
+// microseconds, on a journaling disk up to milliseconds.
+constexpr const char* kSharedMemoryFolder = "/dev/shm";
 // The quota is counted exactly again after this many puts of one handle.
 constexpr size_t kPutsBetweenCounts = 1024;
 
@@ -79,47 +83,82 @@ uint64_t monotonic_nanoseconds() {
   return static_cast<uint64_t>(now.tv_sec) * 1000000000ull + static_cast<uint64_t>(now.tv_nsec);
 }
 
+// One inotify instance per thread, kept for the thread's life: closing an
+// instance waits for the kernel to retire its watches, which takes
+// milliseconds, while adding and removing watches is cheap.
+class ThreadInotify {
+ public:
+  ThreadInotify() : fd_(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {}
+  ~ThreadInotify() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  ThreadInotify(const ThreadInotify&) = delete;
+  ThreadInotify& operator=(const ThreadInotify&) = delete;
+  int fd() const { return fd_; }
+
+  void drain() const {
+    alignas(inotify_event) char events[4096];
+    while (::read(fd_, events, sizeof events) > 0) {
+    }
+  }
+
+  // The calling thread's instance. A child made by fork() gets its own: an
+  // inherited one is shared with the parent, which would take its events.
+  static ThreadInotify& current() {
+    thread_local ThreadInotify instance;
+    if (instance.owner_ != ::getpid()) {
+      if (instance.fd_ >= 0) ::close(instance.fd_);
+      instance.fd_ = ::inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+      instance.owner_ = ::getpid();
+    }
+    return instance;
+  }
+
+ private:
+  int fd_;
+  pid_t owner_ = ::getpid();
+};
+
 // Sleeps until something changes in msgs/ or the queue folder, or the
-// deadline passes. Created before the queue is looked at again, so a put
+// deadline passes. Made before the queue is looked at again, so a put
 // between the look and the sleep still wakes it.
 class ChangeWatch {
  public:
-  ChangeWatch(const fs::path& queue_dir, const fs::path& messages) {
-    fd_ = ::inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
-    if (fd_ < 0) return;
-    ::inotify_add_watch(fd_, messages.c_str(), IN_MOVED_TO);
-    ::inotify_add_watch(fd_, queue_dir.c_str(), IN_CREATE | IN_MOVED_TO | IN_DELETE_SELF);
+  ChangeWatch(const fs::path& queue_dir, const fs::path& messages) : inotify_(ThreadInotify::current()) {
+    if (inotify_.fd() < 0) return;
+    inotify_.drain();  // left over from an earlier wait of this thread
+    messages_watch_ = ::inotify_add_watch(inotify_.fd(), messages.c_str(), IN_MOVED_TO);
+    queue_watch_ = ::inotify_add_watch(inotify_.fd(), queue_dir.c_str(), IN_CREATE | IN_MOVED_TO | IN_DELETE_SELF);
   }
   ~ChangeWatch() {
-    if (fd_ >= 0) ::close(fd_);
+    if (messages_watch_ >= 0) ::inotify_rm_watch(inotify_.fd(), messages_watch_);
+    if (queue_watch_ >= 0) ::inotify_rm_watch(inotify_.fd(), queue_watch_);
   }
   ChangeWatch(const ChangeWatch&) = delete;
   ChangeWatch& operator=(const ChangeWatch&) = delete;
 
   // Waits at most `nanoseconds` (forever when negative).
   void wait(long long nanoseconds) {
-    if (fd_ < 0) {  // no inotify: fall back to a coarse sleep rather than fail
+    if (messages_watch_ < 0 || queue_watch_ < 0) {  // no inotify: a coarse sleep rather than a failure
       ::usleep(nanoseconds < 0 || nanoseconds > 50000000 ? 50000 : static_cast<useconds_t>(nanoseconds / 1000));
       return;
     }
-    pollfd pfd{fd_, POLLIN, 0};
+    pollfd pfd{inotify_.fd(), POLLIN, 0};
     timespec limit{};
     if (nanoseconds >= 0) {
       limit.tv_sec = static_cast<time_t>(nanoseconds / 1000000000);
       limit.tv_nsec = static_cast<long>(nanoseconds % 1000000000);
     }
-    if (::ppoll(&pfd, 1, nanoseconds >= 0 ? &limit : nullptr, nullptr) > 0) {
-      alignas(inotify_event) char events[4096];
-      while (::read(fd_, events, sizeof events) > 0) {
-      }
-    }
+    if (::ppoll(&pfd, 1, nanoseconds >= 0 ? &limit : nullptr, nullptr) > 0) inotify_.drain();
   }
 
  private:
-  int fd_ = -1;
+  ThreadInotify& inotify_;
+  int messages_watch_ = -1;
+  int queue_watch_ = -1;
 };
 
-// mq/.lock, held with flock while a process creates, opens or closes a queue.
+// <root>/.lock, held with flock while a process creates, opens or closes a queue.
 class TransitionLock {
  public:
   explicit TransitionLock(const fs::path& root) {
@@ -306,8 +345,20 @@ std::optional<std::string> queue_key(std::string_view name) {
 }
 
 fs::path queue_root() {
-  fs::path root = data_directory() / "mq";
   std::error_code ec;
+  fs::path data = fs::weakly_canonical(data_directory(), ec);
+  if (ec) data = data_directory();
+  fs::path root;
+  if (::access(kSharedMemoryFolder, W_OK) == 0) {
+    // FNV-1a of the data directory: one folder per server, same in every process.
+    uint64_t hash = 0xcbf29ce484222325ull;
+    for (unsigned char c : data.string()) hash = (hash ^ c) * 0x100000001b3ull;
+    char name[64];
+    std::snprintf(name, sizeof name, "tarnwick-mq-%016llx", static_cast<unsigned long long>(hash));
+    root = fs::path(kSharedMemoryFolder) / name;
+  } else {
+    root = data / "mq";
+  }
   fs::create_directories(root, ec);
   return root;
 }

@@ -1,15 +1,17 @@
-// Cross-process message queues kept in the data directory (see mq.h for the
+// Cross-process message queues of one data directory (see mq.h for the
 // API contract).
 //
-// Layout: one directory per queue, <data>/mq/<KEY>/, KEY being the name
-// folded to upper case (so names match without case) with bytes outside
-// [A-Z0-9$_.-] written as %XX:
+// Layout: one folder per queue, <root>/<KEY>/, KEY being the name folded to
+// upper case (so names match without case) with bytes outside [A-Z0-9$_.-]
+// written as %XX. The root is /dev/shm/tarnwick-mq-<hash of the data
+// directory> (memory-backed: queues never outlive their holders anyway), or
+// <data>/mq where the system has no /dev/shm:
 //
 //   <KEY>/quota           the most messages the queue may hold (text)
 //   <KEY>/holders/<tag>   one file per holding process, locked while it lives
 //   <KEY>/msgs/<name>     one file per message; "." names are being written
 //   <KEY>/quit            present once the queue is in the QUIT state
-//   .lock                 (in mq/) serialises create, open and close
+//   <root>/.lock          serialises create, open and close
 //
 // A message file is written under a "." name and renamed into place, so a
 // reader never sees half a message. Its name is <priority><time><origin>, all
@@ -33,7 +35,7 @@
 // A process holds a queue while it has open handles to it, or after
 // MQCreate until its first MQOpen turns that into a handle. "Live" means
 // some holder file is locked by a live process; create, open and close run
-// under mq/.lock so that two processes never disagree about it.
+// under <root>/.lock so that two processes never disagree about it.
 //
 // Thread-safe.
 #pragma once
@@ -56,7 +58,8 @@ namespace tarnwick::rt {
 // a queue (empty or too long).
 std::optional<std::string> queue_key(std::string_view name);
 
-// The folder holding every queue of the current data directory.
+// The folder holding every queue of the current data directory (made if
+// missing).
 std::filesystem::path queue_root();
 
 // One open handle's view of a queue.
