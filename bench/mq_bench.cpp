@@ -24,7 +24,7 @@
 #include "env/environment.h"
 #include "globerr.h"
 #include "mq.h"
-#include "mq/message_queue.h"
+#include "mq/shared_state.h"
 
 namespace {
 
@@ -44,7 +44,7 @@ struct ScratchData {
     fs::create_directories(path);
     std::ofstream(path / "notes.ini") << "[Notes]\n";
     tarnwick::rt::load_environment(path / "notes.ini");
-    queues = tarnwick::rt::queue_root();
+    queues = tarnwick::rt::shared_state_root();
   }
   ~ScratchData() {
     fs::remove_all(queues);

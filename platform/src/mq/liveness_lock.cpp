@@ -67,13 +67,19 @@ struct flock whole_file_write_lock() {
 
 }  // namespace
 
+// The file is locked under a hidden name first and then renamed into place,
+// so whoever finds it under its own name finds it locked: a file there that
+// is not locked belongs to a dead process and may be removed.
 std::unique_ptr<LivenessLock> LivenessLock::acquire(const std::filesystem::path& path) {
+  if (is_held_by_live_process(path)) return nullptr;
   LockSet& set = lock_set();
   std::lock_guard guard(set.mutex);
-  int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  std::filesystem::path hidden = path.parent_path() / ("." + path.filename().string() + "." + set.tag);
+  int fd = ::open(hidden.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   if (fd < 0) return nullptr;
   struct flock lock = whole_file_write_lock();
-  if (::fcntl(fd, F_OFD_SETLK, &lock) != 0) {
+  if (::fcntl(fd, F_OFD_SETLK, &lock) != 0 || ::rename(hidden.c_str(), path.c_str()) != 0) {
+    ::unlink(hidden.c_str());
     ::close(fd);
     return nullptr;
   }

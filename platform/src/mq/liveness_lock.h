@@ -20,8 +20,8 @@ namespace tarnwick::rt {
 
 class LivenessLock {
  public:
-  // Creates (or reuses) the file at `path` and locks it. Null when the file
-  // cannot be created or is locked by someone else.
+  // Puts a locked file at `path` (replacing a dead owner's). Null when it
+  // cannot be made or a live process holds the one there.
   static std::unique_ptr<LivenessLock> acquire(const std::filesystem::path& path);
 
   ~LivenessLock();  // unlocks and removes the file

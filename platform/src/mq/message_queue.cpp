@@ -18,10 +18,10 @@
 #include <unordered_map>
 #include <vector>
 
-#include "env/environment.h"
 #include "globerr.h"
 #include "mq.h"
 #include "mq/liveness_lock.h"
+#include "mq/shared_state.h"
 
 namespace tarnwick::rt {
 namespace fs = std::filesystem;
@@ -29,10 +29,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr size_t kMaxKeyLength = 200;
-// Queues live no longer than their holders, so they are kept in memory-backed
-// files when the system has them: creating and removing a file there costs
-// microseconds, on a journaling disk up to milliseconds.
-constexpr const char* kSharedMemoryFolder = "/dev/shm";
 // The quota is counted exactly again after this many puts of one handle.
 constexpr size_t kPutsBetweenCounts = 1024;
 
@@ -345,20 +341,8 @@ std::optional<std::string> queue_key(std::string_view name) {
 }
 
 fs::path queue_root() {
+  fs::path root = shared_state_root() / "mq";
   std::error_code ec;
-  fs::path data = fs::weakly_canonical(data_directory(), ec);
-  if (ec) data = data_directory();
-  fs::path root;
-  if (::access(kSharedMemoryFolder, W_OK) == 0) {
-    // FNV-1a of the data directory: one folder per server, same in every process.
-    uint64_t hash = 0xcbf29ce484222325ull;
-    for (unsigned char c : data.string()) hash = (hash ^ c) * 0x100000001b3ull;
-    char name[64];
-    std::snprintf(name, sizeof name, "tarnwick-mq-%016llx", static_cast<unsigned long long>(hash));
-    root = fs::path(kSharedMemoryFolder) / name;
-  } else {
-    root = data / "mq";
-  }
   fs::create_directories(root, ec);
   return root;
 }

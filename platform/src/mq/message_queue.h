@@ -3,9 +3,7 @@
 //
 // Layout: one folder per queue, <root>/<KEY>/, KEY being the name folded to
 // upper case (so names match without case) with bytes outside [A-Z0-9$_.-]
-// written as %XX. The root is /dev/shm/tarnwick-mq-<hash of the data
-// directory> (memory-backed: queues never outlive their holders anyway), or
-// <data>/mq where the system has no /dev/shm:
+// written as %XX. The root is shared_state_root()/mq (shared_state.h):
 //
 //   <KEY>/quota           the most messages the queue may hold (text)
 //   <KEY>/holders/<tag>   one file per holding process, locked while it lives

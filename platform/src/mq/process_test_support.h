@@ -18,13 +18,13 @@
 #include <gtest/gtest.h>
 
 #include "env/environment.h"
-#include "mq/message_queue.h"
+#include "mq/shared_state.h"
 
 namespace tarnwick::rt::testing {
 
 // A data directory of its own for one test, loaded as the runtime's
 // environment (children made by fork() inherit it); removed afterwards with
-// its queues.
+// its shared state.
 class ScratchDataDirectory {
  public:
   ScratchDataDirectory() {
@@ -36,18 +36,18 @@ class ScratchDataDirectory {
     std::filesystem::create_directories(path_);
     std::ofstream(path_ / "notes.ini") << "[Notes]\nServerName=CN=Srv1/O=Org\n";
     load_environment(path_ / "notes.ini");
-    queues_ = queue_root();
+    shared_ = shared_state_root();
   }
   ~ScratchDataDirectory() {
     std::error_code ec;
-    std::filesystem::remove_all(queues_, ec);
+    std::filesystem::remove_all(shared_, ec);
     std::filesystem::remove_all(path_, ec);
   }
   const std::filesystem::path& path() const { return path_; }
 
  private:
   std::filesystem::path path_;
-  std::filesystem::path queues_;  // where this data directory's queues are kept
+  std::filesystem::path shared_;  // this data directory's queues and task lines
 };
 
 // A child process running `body`; its result becomes the exit code (0 = ok).
