@@ -517,7 +517,10 @@ STATUS format_timedate(const INTLFORMAT& intl, const TFMT& format, const TIMEDAT
   if (show_time) {
     if (!text.empty()) text += ' ';
     text += time_text(intl, format.Time, t);
-    if (show_zone) text += " " + zone_name(own.standard_offset_seconds, offset != own.standard_offset_seconds);
+    if (show_zone) {
+      text += ' ';
+      text += zone_name(own.standard_offset_seconds, offset != own.standard_offset_seconds);
+    }
   }
   return NOERROR;
 }
