@@ -10,44 +10,32 @@
 
 #include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <string>
 #include <thread>
 
 #include <gtest/gtest.h>
 
-#include "env/environment.h"
 #include "mq/shared_state.h"
+#include "testing/temp_data_directory.h"
 
 namespace tarnwick::rt::testing {
 
 // A data directory of its own for one test, loaded as the runtime's
 // environment (children made by fork() inherit it); removed afterwards with
-// its shared state.
+// the queues and task lines its processes shared.
 class ScratchDataDirectory {
  public:
-  ScratchDataDirectory() {
-    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    path_ = std::filesystem::temp_directory_path() /
-            ("tarnwick-" + std::string(info->test_suite_name()) + "-" + info->name() + "-" +
-             std::to_string(::getpid()));
-    std::filesystem::remove_all(path_);
-    std::filesystem::create_directories(path_);
-    std::ofstream(path_ / "notes.ini") << "[Notes]\nServerName=CN=Srv1/O=Org\n";
-    load_environment(path_ / "notes.ini");
-    shared_ = shared_state_root();
-  }
+  ScratchDataDirectory() : shared_(shared_state_root()) {}
   ~ScratchDataDirectory() {
     std::error_code ec;
     std::filesystem::remove_all(shared_, ec);
-    std::filesystem::remove_all(path_, ec);
   }
-  const std::filesystem::path& path() const { return path_; }
+  const std::filesystem::path& path() const { return data_.path(); }
 
  private:
-  std::filesystem::path path_;
-  std::filesystem::path shared_;  // this data directory's queues and task lines
+  tarnwick::testing::TempDataDirectory data_{"[Notes]\nServerName=CN=Srv1/O=Org\n"};
+  std::filesystem::path shared_;  // made after data_, for its data directory
 };
 
 // A child process running `body`; its result becomes the exit code (0 = ok).
