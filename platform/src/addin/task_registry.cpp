@@ -9,6 +9,7 @@
 #include <memory>
 #include <mutex>
 #include <sstream>
+#include <tuple>
 
 #include "mq.h"
 #include "mq/liveness_lock.h"

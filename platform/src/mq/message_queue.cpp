@@ -58,7 +58,8 @@ bool write_all(int fd, const char* bytes, size_t length) {
   return true;
 }
 
-// Reads the whole (small) file into `out`, at most `limit` bytes.
+// Reads the whole (small, regular) file into `out`, at most `limit` bytes.
+// A regular file reads short only at its end, so one read usually does.
 ssize_t read_up_to(int fd, char* out, size_t limit) {
   size_t total = 0;
   while (total < limit) {
@@ -67,8 +68,8 @@ ssize_t read_up_to(int fd, char* out, size_t limit) {
       if (errno == EINTR) continue;
       return -1;
     }
-    if (n == 0) break;
     total += static_cast<size_t>(n);
+    if (static_cast<size_t>(n) < limit - (total - static_cast<size_t>(n))) break;
   }
   return static_cast<ssize_t>(total);
 }
