@@ -7,6 +7,7 @@
 #include "core/handle_table.h"
 #include "globerr.h"
 #include "nsfnote.h"
+#include "osmem.h"
 #include "store/database_file.h"
 #include "store/ids.h"
 
@@ -65,15 +66,35 @@ std::string design_title(const Note& note) { return note.text("$TITLE", '|').val
 
 }  // namespace
 
-std::string profile_key(std::string_view profile_name, std::string_view user_name) {
+std::string profile_name_item(std::string_view profile_name, std::string_view user_name) {
   char digits[8];
   std::snprintf(digits, sizeof(digits), "%03u", static_cast<unsigned>(profile_name.size() % 1000));
-  std::string key = "$profile_";
-  key += digits;
-  key += lower(profile_name);
-  key += '_';
-  key += lower(user_name);
-  return key;
+  std::string text = "$profile_";
+  text += digits;
+  text += lower(profile_name);
+  text += '_';
+  text += user_name;
+  return text;
+}
+
+std::string profile_key(std::string_view profile_name, std::string_view user_name) {
+  return lower(profile_name_item(profile_name, user_name));
+}
+
+bool parse_profile_name_item(std::string_view text, std::string* profile_name, std::string* user_name) {
+  constexpr std::string_view prefix = "$profile_";
+  if (text.size() < prefix.size() + 4 || lower(text.substr(0, prefix.size())) != prefix) return false;
+  text.remove_prefix(prefix.size());
+  size_t length = 0;
+  for (int i = 0; i < 3; ++i) {
+    if (text[i] < '0' || text[i] > '9') return false;
+    length = length * 10 + static_cast<size_t>(text[i] - '0');
+  }
+  text.remove_prefix(3);
+  if (text.size() < length + 1 || text[length] != '_') return false;
+  profile_name->assign(text.substr(0, length));
+  user_name->assign(text.substr(length + 1));
+  return true;
 }
 
 std::string profile_key_of(const Note& note) {
@@ -439,6 +460,34 @@ STATUS Database::modified_times(TIMEDATE* data, TIMEDATE* non_data) {
     if (target != nullptr) *target = when;
   }
   return NOERROR;
+}
+
+STATUS Database::profile_notes(std::vector<std::pair<NOTEID, std::string>>* out) {
+  std::vector<NOTEID> ids;
+  {
+    std::lock_guard lock(connection_->mutex);
+    Statement query = connection_->prepare(
+        "SELECT note_id FROM notes WHERE profile_key IS NOT NULL AND deleted = 0 ORDER BY note_id");
+    int rc;
+    while ((rc = query.step()) == SQLITE_ROW) ids.push_back(static_cast<NOTEID>(query.column_int(0)));
+    if (rc != SQLITE_DONE) return status_from_sqlite(rc);
+  }
+  out->clear();
+  for (NOTEID id : ids) {
+    Note note;
+    if (read_note(id, OPEN_SUMMARY, &note) != NOERROR) continue;  // deleted meanwhile
+    if (auto name = note.text("$Name")) out->emplace_back(id, std::move(*name));
+  }
+  return NOERROR;
+}
+
+void Database::own_block(DHANDLE block) {
+  std::lock_guard lock(blocks_mutex_);
+  owned_blocks_.push_back(block);
+}
+
+Database::~Database() {
+  for (DHANDLE block : owned_blocks_) OSMemFree(block);
 }
 
 std::shared_ptr<Database> find_database(DBHANDLE handle) {

@@ -22,6 +22,8 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "global.h"
 #include "store/note.h"
@@ -103,6 +105,14 @@ class Database {
   // Latest modification moments of data notes and of the other notes.
   STATUS modified_times(TIMEDATE* data, TIMEDATE* non_data);
 
+  // Profile notes: (note ID, $Name) pairs in note ID order.
+  STATUS profile_notes(std::vector<std::pair<NOTEID, std::string>>* out);
+
+  // Keeps a memory block handed out on behalf of this database until the
+  // database object goes away (NSFProfileGetField values).
+  void own_block(DHANDLE block);
+  ~Database();
+
   // Access of this handle (ACL levels, acl.h). Set once at open.
   WORD access_level = 6;
   WORD access_flags = 0;
@@ -118,12 +128,19 @@ class Database {
   std::filesystem::path file_;
   std::string api_path_;
   std::shared_ptr<Connection> connection_;
+  std::mutex blocks_mutex_;
+  std::vector<DHANDLE> owned_blocks_;  // guarded by blocks_mutex_
 };
 
 // The profile key stored for a note whose "$Name" is a profile name
 // ("$profile_NNNname_user"), or empty. Keys compare as stored (lower case).
 std::string profile_key_of(const Note& note);
 std::string profile_key(std::string_view profile_name, std::string_view user_name);
+// The "$Name" text of a profile note.
+std::string profile_name_item(std::string_view profile_name, std::string_view user_name);
+// Splits a "$Name" text into profile name (lower case) and user name;
+// false when it is not a profile name.
+bool parse_profile_name_item(std::string_view text, std::string* profile_name, std::string* user_name);
 
 std::shared_ptr<Database> find_database(DBHANDLE handle);
 DBHANDLE add_database_handle(std::shared_ptr<Database> database);
