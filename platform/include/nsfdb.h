@@ -69,6 +69,54 @@ STATUS LNPUBLIC NSFDbPathGet(DBHANDLE hDB, char *retCanonicalPathName, char *ret
 /* Last modification times of data notes and of non-data (design) notes. */
 STATUS LNPUBLIC NSFDbModifiedTime(DBHANDLE hDB, TIMEDATE *retDataModified, TIMEDATE *retNonDataModified);
 
+/* The special note of a class: Index is SPECIAL_ID_NOTE (nsfnote.h) OR'd
+ * with NOTE_CLASS_ICON, _INFO (about), _HELP (using), _DESIGN, _FORM or
+ * _VIEW (the default form or view). ERR_SPECIAL_ID when there is none. */
+STATUS LNPUBLIC NSFDbGetSpecialNoteID(DBHANDLE hDB, WORD Index, NOTEID *retNoteID);
+
+/* Database information string: "title\ncategories\n#1template name\n#2
+ * inherited template name" in a buffer of NSF_INFO_SIZE bytes (the only
+ * NUL-terminated string the database keeps). */
+#define NSF_INFO_SIZE 128
+#define INFOPARSE_TITLE 0
+#define INFOPARSE_CATEGORIES 1
+#define INFOPARSE_CLASS 2
+#define INFOPARSE_DESIGN_CLASS 3
+STATUS LNPUBLIC NSFDbInfoGet(DBHANDLE hDB, char *retBuffer);
+/* Stores the information string (ERR_NSF_INFO_SIZE when it does not fit;
+ * ERR_NOACCESS below Designer access). Callers that want the title shown on
+ * the database's icon write it to the icon note's "$TITLE" as well. */
+STATUS LNPUBLIC NSFDbInfoSet(DBHANDLE hDB, const char *Buffer);
+STATUS LNPUBLIC NSFDbInfoPut(DBHANDLE hDB, const char *Buffer);
+/* Copies field What of Info into Buffer: at most Length bytes, then a NUL. */
+void LNPUBLIC NSFDbInfoParse(const char *Info, WORD What, char *Buffer, WORD Length);
+/* Replaces field What of Info (Buffer NULL clears it); the result is cut to
+ * NSF_INFO_SIZE-1 bytes. */
+void LNPUBLIC NSFDbInfoModify(char *Info, WORD What, const char *Buffer);
+
+/* NSFDbCreateAndCopy flags */
+#define DBCOPY_REPLICA 0x00000001
+#define DBCOPY_SUBCLASS_TEMPLATE 0x00000002
+#define DBCOPY_DBINFO2 0x00000004
+#define DBCOPY_SPECIAL_OBJECTS 0x00000008
+#define DBCOPY_NO_FULLTEXT 0x00000020
+#define DBCOPY_ENCRYPT_SIMPLE 0x00000040
+#define DBCOPY_ENCRYPT_MEDIUM 0x00000080
+#define DBCOPY_ENCRYPT_STRONG 0x00000100
+#define DBCOPY_KEEP_NOTE_MODTIME 0x00000200
+#define DBCOPY_REPLICA_NAMELIST 0x01000000
+#define DBCOPY_DEST_IS_NSF 0x02000000
+#define DBCOPY_DEST_IS_DB2 0x04000000
+#define DBCOPY_OVERRIDE_DEST 0x08000000
+
+/* Creates dstDb (class by extension) with the information string, ACL and
+ * the notes of the classes in NoteClass of srcDb (NOTE_CLASS_ALLNONDATA:
+ * the design). DBCOPY_REPLICA keeps the replica ID; DBCOPY_OVERRIDE_DEST
+ * replaces an existing dstDb. rethDstDb (may be NULL) receives the new
+ * database open. limit is ignored. */
+STATUS LNPUBLIC NSFDbCreateAndCopy(const char *srcDb, const char *dstDb, WORD NoteClass, WORD limit, DWORD flags,
+                                   DBHANDLE *rethDstDb);
+
 /* Runtime extension: gives the database another build number, so that tools
  * and tests can make a database look like one made by an older server. */
 STATUS LNPUBLIC TarnwickDbSetBuildVersion(DBHANDLE hDB, WORD BuildVersion);

@@ -249,9 +249,13 @@ STATUS create_database_file(const std::filesystem::path& path, const CreateOptio
   if (!overwrite && ::stat(path.c_str(), &existing) == 0) return ERR_EXISTS;
 
   static std::atomic<unsigned> counter{0};
-  const std::filesystem::path temporary =
-      directory / ("." + path.filename().string() + ".new-" + std::to_string(::getpid()) + "-" +
-                   std::to_string(counter.fetch_add(1)));
+  std::string temporary_name = ".";
+  temporary_name.append(path.filename().string());
+  temporary_name.append(".new-");
+  temporary_name.append(std::to_string(::getpid()));
+  temporary_name.push_back('-');
+  temporary_name.append(std::to_string(counter.fetch_add(1)));
+  const std::filesystem::path temporary = directory / temporary_name;
   ::unlink(temporary.c_str());
   remove_sidecars(temporary);
   {
