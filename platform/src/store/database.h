@@ -114,10 +114,10 @@ class Database {
   ~Database();
 
   // Access of this handle (ACL levels, acl.h). Set once at open.
-  WORD access_level = 6;
+  WORD access_level = 6;  // ACL_LEVEL_MANAGER
   WORD access_flags = 0;
   BYTE privileges[10] = {};
-  std::string user_name;  // first name of the names list; empty: the server
+  std::vector<std::string> names;  // the names list (user first); empty: the server itself
 
  private:
   Database(std::filesystem::path file, std::string api_path, std::shared_ptr<Connection> connection)

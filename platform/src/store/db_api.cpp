@@ -1,10 +1,13 @@
 // The database calls of nsfdb.h.
 #include <cstring>
 
+#include "acl.h"
 #include "core/handle_table.h"
+#include "core/memory.h"
 #include "globerr.h"
 #include "nsfdb.h"
 #include "nsfnote.h"
+#include "store/acl_api.h"
 #include "store/api_guard.h"
 #include "store/database.h"
 #include "store/database_file.h"
@@ -48,7 +51,19 @@ STATUS LNPUBLIC NSFDbOpenExtended(const char* PathName, WORD /*Options*/, DHANDL
     if (STATUS error = resolve_database_path(PathName, &file)) return error;
     std::shared_ptr<Database> database;
     if (STATUS error = Database::open_file(file, PathName, &database)) return error;
-    if (hNames != NULLHANDLE) return ERR_NOT_SUPPORTED;
+    if (hNames != NULLHANDLE) {
+      // The ACL decides what this handle may do; no access means no handle.
+      std::vector<std::string> names = names_of(block_bytes(hNames));
+      if (names.empty()) return ERR_BAD_PARAM;
+      Acl acl;
+      if (STATUS error = read_database_acl(*database, &acl)) return error;
+      const Access access = lookup_access(acl, names);
+      if (access.level == ACL_LEVEL_NOACCESS) return ERR_NOACCESS;
+      database->access_level = access.level;
+      database->access_flags = access.flags;
+      std::memcpy(database->privileges, access.privileges.BitMask, sizeof(database->privileges));
+      database->names = std::move(names);
+    }
     if (retDataModified != nullptr || retNonDataModified != nullptr) {
       if (STATUS error = database->modified_times(retDataModified, retNonDataModified)) return error;
     }
@@ -133,7 +148,7 @@ STATUS LNPUBLIC NSFDbReplicaInfoSet(DBHANDLE hDB, const DBREPLICAINFO* Replicati
     if (ReplicationInfo == nullptr) return ERR_BAD_PARAM;
     auto database = find_database(hDB);
     if (!database) return ERR_DB_NOT_OPEN;
-    if (database->access_level < 6) return ERR_NOACCESS;
+    if (database->access_level < ACL_LEVEL_MANAGER) return ERR_NOACCESS;
     if (STATUS error = database->put_meta_int("replica_id", pack_timedate(ReplicationInfo->ID))) return error;
     return database->put_meta_int("replica_flags", ReplicationInfo->Flags);
   });

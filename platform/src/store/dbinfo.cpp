@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "acl.h"
 #include "globerr.h"
 #include "nsfdb.h"
 #include "store/api_guard.h"
@@ -81,7 +82,7 @@ STATUS LNPUBLIC NSFDbInfoSet(DBHANDLE hDB, const char* Buffer) {
     if (!database) return ERR_DB_NOT_OPEN;
     const std::string_view info = bounded(Buffer);
     if (info.size() >= NSF_INFO_SIZE) return ERR_NSF_INFO_SIZE;
-    if (database->access_level < 5) return ERR_NOACCESS;
+    if (database->access_level < ACL_LEVEL_DESIGNER) return ERR_NOACCESS;
     return database->put_meta_bytes("info", info);
   });
 }

@@ -1,6 +1,7 @@
 // The note calls of nsfnote.h: create, open, update, delete, header info.
 #include <cstring>
 
+#include "acl.h"
 #include "core/handle_table.h"
 #include "globerr.h"
 #include "nsfnote.h"
@@ -19,7 +20,7 @@ STATUS open_note(DBHANDLE hDB, NOTEID id, DWORD open_flags, NOTEHANDLE* rethNote
   *rethNote = NULLHANDLE;
   auto database = find_database(hDB);
   if (!database) return ERR_DB_NOT_OPEN;
-  if (database->access_level < 2) return ERR_NOACCESS;
+  if (database->access_level < ACL_LEVEL_READER) return ERR_NOACCESS;
   if ((id & NOTE_ID_SPECIAL) == NOTE_ID_SPECIAL) {
     if (STATUS error = database->special_note_id(static_cast<WORD>(id & 0xFFFF), &id)) return error;
   }
@@ -29,6 +30,36 @@ STATUS open_note(DBHANDLE hDB, NOTEID id, DWORD open_flags, NOTEHANDLE* rethNote
   note->db_handle = hDB;
   *rethNote = add_note_handle(std::move(note));
   return NOERROR;
+}
+
+// Whether one of the user's names is in an Authors item of the note.
+bool listed_as_author(const Note& note, const std::vector<std::string>& names) {
+  for (const auto& item : note.items) {
+    if ((item.flags & ITEM_READWRITERS) == 0) continue;
+    for (auto entry : text_entries(item.type, note.value_of(item))) {
+      for (const auto& name : names) {
+        if (names_equal(entry, name)) return true;
+      }
+    }
+  }
+  return false;
+}
+
+// Whether the handle's access lets it store the note: design needs
+// Designer, changing documents Editor (or Author when listed in an Authors
+// item), creating documents Depositor or Author.
+STATUS check_update_access(const Database& database, const Note& note) {
+  const WORD level = database.access_level;
+  if (level >= ACL_LEVEL_DESIGNER) return NOERROR;
+  if ((note.note_class & NOTE_CLASS_DOCUMENT) == 0) return ERR_NOACCESS;
+  if (level >= ACL_LEVEL_EDITOR) return NOERROR;
+  if (!note.stored) {
+    if (level == ACL_LEVEL_DEPOSITOR) return NOERROR;
+    if (level == ACL_LEVEL_AUTHOR && (database.access_flags & ACL_FLAG_AUTHOR_NOCREATE) == 0) return NOERROR;
+    return ERR_NOACCESS;
+  }
+  if (level == ACL_LEVEL_AUTHOR) return listed_as_author(note, database.names) ? NOERROR : ERR_NOT_AUTHOR;
+  return ERR_NOACCESS;
 }
 
 template <class T>
@@ -95,12 +126,7 @@ STATUS LNPUBLIC NSFNoteUpdateExtended(NOTEHANDLE hNote, DWORD UpdateFlags) {
     if (!note) return ERR_BAD_PARAM;
     std::lock_guard lock(note->mutex);
     if (!note->db) return ERR_DB_NOT_OPEN;
-    if (note->db->access_level < 3) return ERR_NOACCESS;
-    // Authors may create documents; changing an existing or a design note needs more.
-    if (note->db->access_level == 3 && (note->stored || (note->note_class & NOTE_CLASS_DOCUMENT) == 0)) {
-      return ERR_NOT_AUTHOR;
-    }
-    if (note->db->access_level < 5 && (note->note_class & NOTE_CLASS_DOCUMENT) == 0) return ERR_NOACCESS;
+    if (STATUS error = check_update_access(*note->db, *note)) return error;
     return note->db->write_note(*note, UpdateFlags);
   });
 }
@@ -111,7 +137,7 @@ STATUS LNPUBLIC NSFNoteDelete(DBHANDLE hDB, NOTEID NoteID, WORD UpdateFlags) {
   return guarded([&]() -> STATUS {
     auto database = find_database(hDB);
     if (!database) return ERR_DB_NOT_OPEN;
-    if (database->access_level < 4) return ERR_NOACCESS;
+    if (database->access_level < ACL_LEVEL_EDITOR || (database->access_flags & ACL_FLAG_NODELETE)) return ERR_NOACCESS;
     return database->delete_note(NoteID, UpdateFlags);
   });
 }

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "core/memory.h"
+#include "acl.h"
 #include "globerr.h"
 #include "nsfnote.h"
 #include "nsfprofile.h"
@@ -30,7 +31,7 @@ STATUS open_or_create(const std::shared_ptr<Database>& database, std::string_vie
   NOTEID id = 0;
   STATUS status = database->profile_note_id(key, &id);
   if (status == ERR_NOT_FOUND) {
-    if (database->access_level < 3) return ERR_NOACCESS;
+    if (database->access_level < ACL_LEVEL_AUTHOR) return ERR_NOACCESS;
     Note created;
     const UNIVERSALNOTEID unid = new_unid();
     created.oid.File = unid.File;
@@ -62,7 +63,7 @@ STATUS LNPUBLIC NSFProfileOpen(DBHANDLE hDB, const char* ProfileName, WORD Profi
     const std::string_view profile_name = arg(ProfileName, ProfileNameLength);
     const std::string_view user_name = arg(UserName, UserNameLength);
     if (STATUS error = check_names(profile_name, user_name)) return error;
-    if (database->access_level < 2) return ERR_NOACCESS;
+    if (database->access_level < ACL_LEVEL_READER) return ERR_NOACCESS;
     auto note = std::make_shared<Note>();
     if (STATUS error = open_or_create(database, profile_name, user_name, note.get())) return error;
     note->db = database;
@@ -91,7 +92,7 @@ STATUS LNPUBLIC NSFProfileGetField(DBHANDLE hDB, const char* ProfileName, WORD P
     const std::string_view user_name = arg(UserName, UserNameLength);
     if (STATUS error = check_names(profile_name, user_name)) return error;
     if (FieldName == nullptr) return ERR_BAD_PARAM;
-    if (database->access_level < 2) return ERR_NOACCESS;
+    if (database->access_level < ACL_LEVEL_READER) return ERR_NOACCESS;
     NOTEID id = 0;
     STATUS status = database->profile_note_id(profile_key(profile_name, user_name), &id);
     if (status == ERR_NOT_FOUND) return ERR_ITEM_NOT_FOUND;
@@ -129,7 +130,7 @@ STATUS LNPUBLIC NSFProfileSetField(DBHANDLE hDB, const char* ProfileName, WORD P
       value.assign(static_cast<const char*>(Value), ValueLength);
       if (STATUS error = check_item_value(Datatype, value)) return error;
     }
-    if (database->access_level < 3) return ERR_NOACCESS;
+    if (database->access_level < ACL_LEVEL_AUTHOR) return ERR_NOACCESS;
     // A read-change-write of one field: retried when another writer got in between.
     STATUS status = ERR_CONFLICT;
     for (int attempt = 0; attempt < kSetFieldAttempts && status == ERR_CONFLICT; ++attempt) {
@@ -154,7 +155,7 @@ STATUS LNPUBLIC NSFProfileDelete(DBHANDLE hDB, const char* ProfileName, WORD Pro
     const std::string_view profile_name = arg(ProfileName, ProfileNameLength);
     const std::string_view user_name = arg(UserName, UserNameLength);
     if (STATUS error = check_names(profile_name, user_name)) return error;
-    if (database->access_level < 4) return ERR_NOACCESS;
+    if (database->access_level < ACL_LEVEL_EDITOR) return ERR_NOACCESS;
     NOTEID id = 0;
     if (STATUS error = database->profile_note_id(profile_key(profile_name, user_name), &id)) return error;
     return database->delete_note(id, 0);
@@ -167,7 +168,7 @@ STATUS LNPUBLIC NSFProfileEnum(DBHANDLE hDB, const char* ProfileName, WORD Profi
     if (Callback == nullptr) return ERR_BAD_PARAM;
     auto database = find_database(hDB);
     if (!database) return ERR_DB_NOT_OPEN;
-    if (database->access_level < 2) return ERR_NOACCESS;
+    if (database->access_level < ACL_LEVEL_READER) return ERR_NOACCESS;
     std::string wanted;
     if (ProfileName != nullptr) {
       const std::string full_key = profile_key(arg(ProfileName, ProfileNameLength), "");

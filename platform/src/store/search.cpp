@@ -2,6 +2,7 @@
 #include <atomic>
 #include <cstring>
 
+#include "acl.h"
 #include "globerr.h"
 #include "nsfnote.h"
 #include "nsfsearch.h"
@@ -89,7 +90,7 @@ STATUS LNPUBLIC NSFSearch(DBHANDLE hDB, FORMULAHANDLE hFormula, const char* /*Vi
     if (SearchFlags & SEARCH_FILETYPE) return ERR_NOT_SUPPORTED;
     auto database = find_database(hDB);
     if (!database) return ERR_DB_NOT_OPEN;
-    if (database->access_level < 2) return ERR_NOACCESS;
+    if (database->access_level < ACL_LEVEL_READER) return ERR_NOACCESS;
     // Later than every modification this process made so far, so that passing
     // it as Since next time reports exactly the changes made after this call.
     const TIMEDATE until = unique_now();
