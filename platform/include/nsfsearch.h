@@ -60,9 +60,9 @@ typedef struct {
 typedef STATUS(LNCALLBACK *NSFSEARCHPROC)(void *EnumRoutineParameter, SEARCH_MATCH *SearchMatch,
                                           ITEM_TABLE *SummaryBuffer);
 
-/* Visits the notes whose class has a bit of NoteClassMask. hFormula
- * NULLHANDLE selects every note; a formula needs the formula module (see
- * store/search_hooks.h). Since NULL: every live note, each reported with
+/* Visits the notes whose class has a bit of NoteClassMask. hFormula (a
+ * compiled formula, formula.h) selects notes; NULLHANDLE selects every
+ * note. Since NULL: every live note, each reported with
  * SE_FMATCH. With Since: only notes modified after it, deletion stubs and
  * notes the formula does not select included (without SE_FMATCH).
  * retUntil (may be NULL) receives the time to pass as Since next time. The

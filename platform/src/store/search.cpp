@@ -1,29 +1,20 @@
 // NSFSearch (nsfsearch.h) and the summary buffers it hands out.
-#include <atomic>
 #include <cstring>
 
 #include "acl.h"
+#include "formula.h"
 #include "globerr.h"
+#include "osmem.h"
 #include "nsfnote.h"
 #include "nsfsearch.h"
 #include "ostime.h"
 #include "store/api_guard.h"
 #include "store/database.h"
 #include "store/ids.h"
-#include "store/search_hooks.h"
 
 using namespace tarnwick::rt;
 using namespace tarnwick::rt::store;
 
-namespace tarnwick::rt::store {
-namespace {
-std::atomic<SearchFormulaSelector> the_selector{nullptr};
-}  // namespace
-
-void set_search_formula_selector(SearchFormulaSelector selector) { the_selector.store(selector); }
-SearchFormulaSelector search_formula_selector() { return the_selector.load(); }
-
-}  // namespace tarnwick::rt::store
 
 namespace {
 
@@ -65,18 +56,47 @@ std::string summary_buffer(std::string_view items_blob, bool with_names, bool* t
   return buffer;
 }
 
-// Whether the formula selects the note (no formula: every note).
-STATUS formula_selects(FORMULAHANDLE formula, DBHANDLE hDB, NOTEID id, bool* selected) {
-  *selected = true;
-  if (formula == NULLHANDLE) return NOERROR;
-  SearchFormulaSelector selector = search_formula_selector();
-  if (selector == nullptr) return ERR_NOT_SUPPORTED;
-  NOTEHANDLE note = NULLHANDLE;
-  if (STATUS error = NSFNoteOpen(hDB, id, 0, &note)) return error;
-  STATUS status = selector(formula, note, selected);
-  NSFNoteClose(note);
-  return status;
-}
+// A selection formula started for one search (no formula: every note).
+class Selection {
+ public:
+  explicit Selection(FORMULAHANDLE formula) : formula_(formula) {}
+  ~Selection() {
+    if (compute_ != NULLHANDLE) NSFComputeStop(compute_);
+    if (locked_) OSUnlockObject(formula_);
+  }
+  Selection(const Selection&) = delete;
+  Selection& operator=(const Selection&) = delete;
+
+  STATUS start() {
+    if (formula_ == NULLHANDLE) return NOERROR;
+    void* compiled = OSLockObject(formula_);
+    if (compiled == nullptr) return ERR_BAD_PARAM;
+    locked_ = true;
+    return NSFComputeStart(0, compiled, &compute_);
+  }
+
+  // Whether the formula selects the stored note.
+  STATUS selects(DBHANDLE hDB, NOTEID id, bool* selected) {
+    *selected = true;
+    if (formula_ == NULLHANDLE) return NOERROR;
+    NOTEHANDLE note = NULLHANDLE;
+    if (STATUS error = NSFNoteOpen(hDB, id, 0, &note)) {
+      // Deleted since the search read it: not selected.
+      *selected = false;
+      return error == ERR_INVALID_NOTE || error == ERR_NOTE_DELETED ? NOERROR : error;
+    }
+    BOOL matches = FALSE;
+    STATUS status = NSFComputeEvaluate(compute_, note, nullptr, nullptr, &matches, nullptr, nullptr);
+    NSFNoteClose(note);
+    *selected = matches != FALSE;
+    return status;
+  }
+
+ private:
+  FORMULAHANDLE formula_;
+  HCOMPUTE compute_ = NULLHANDLE;
+  bool locked_ = false;
+};
 
 }  // namespace
 
@@ -97,6 +117,8 @@ STATUS LNPUBLIC NSFSearch(DBHANDLE hDB, FORMULAHANDLE hFormula, const char* /*Vi
     // With a Since time every version is reported: stubs and unselected notes too.
     const bool all_versions = Since != nullptr || (SearchFlags & SEARCH_ALL_VERSIONS) != 0;
     const bool with_summary = (SearchFlags & SEARCH_SUMMARY) != 0;
+    Selection selection(hFormula);
+    if (STATUS error = selection.start()) return error;
     ScanOptions options;
     options.since = Since;
     options.include_deleted = Since != nullptr;
@@ -105,9 +127,7 @@ STATUS LNPUBLIC NSFSearch(DBHANDLE hDB, FORMULAHANDLE hFormula, const char* /*Vi
       if (record.flags & NOTE_FLAG_GHOST) return STATUS{NOERROR};  // profiles are not searched
       bool selected = !record.deleted;
       if (selected) {
-        if (STATUS error = formula_selects(hFormula, hDB, record.id, &selected)) {
-          return error == ERR_INVALID_NOTE || error == ERR_NOTE_DELETED ? STATUS{NOERROR} : error;
-        }
+        if (STATUS error = selection.selects(hDB, record.id, &selected)) return error;
       }
       if (!selected && !all_versions) return STATUS{NOERROR};
       SEARCH_MATCH match{};

@@ -172,8 +172,8 @@ TEST_F(SearchTest, CallbackMayUpdateNotesAndItsErrorStopsTheSearch) {
   EXPECT_EQ(NSFSearch(db_, NULLHANDLE, nullptr, 0, NOTE_CLASS_ALL, nullptr, nullptr, nullptr, nullptr), ERR_BAD_PARAM);
   EXPECT_EQ(NSFSearch(db_ + 50, NULLHANDLE, nullptr, 0, NOTE_CLASS_ALL, nullptr, collect, nullptr, nullptr),
             ERR_DB_NOT_OPEN);
-  EXPECT_EQ(NSFSearch(db_, 1234, nullptr, 0, NOTE_CLASS_ALL, nullptr, collect, nullptr, nullptr), ERR_NOT_SUPPORTED)
-      << "a formula needs the formula module";
+  EXPECT_EQ(NSFSearch(db_, 1234, nullptr, 0, NOTE_CLASS_ALL, nullptr, collect, nullptr, nullptr), ERR_BAD_PARAM)
+      << "not a compiled formula";
 }
 
 TEST_F(SearchTest, DesignLookupByNameAliasClassAndFlags) {
