@@ -50,8 +50,8 @@ class ServersTest : public DataDirTest {
     DataDirTest::SetUp();
     fs::create_directories(root_ / "mail2");
     std::ofstream(data_ / "servers.ini") << "; other servers of the cluster\n"
-                                         << "[CN=Mail2/O=Org]\nDirectory=../mail2\n\n"
-                                         << "[CN=Mail3/O=Org]\nDirectory=/nowhere\nState=down\n";
+                                         << "[CN=Mail2/O=Org]\nDirectory=../" << root_.filename().string() << "/mail2\n\n"
+                                         << "[CN=Mail3/O=Org]\nDirectory=../mail3\nState=down\n";
   }
 
   // Creates a database through `path` and writes a marker item into it.

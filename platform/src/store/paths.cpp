@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "dname.h"
 #include "env/environment.h"
 #include "globerr.h"
 #include "netpath.h"
@@ -47,18 +48,11 @@ std::string_view trim(std::string_view text) {
 
 // "CN=Mail1/OU=Hub/O=Org" -> "Mail1/Hub/Org"; abbreviated names stay.
 std::string abbreviated(std::string_view name) {
-  std::string out;
-  while (true) {
-    const size_t slash = name.find('/');
-    std::string_view part = name.substr(0, slash);
-    const size_t equals = part.find('=');
-    if (equals != std::string_view::npos) part.remove_prefix(equals + 1);
-    if (!out.empty()) out.push_back('/');
-    out += trim(part);
-    if (slash == std::string_view::npos) break;
-    name.remove_prefix(slash + 1);
-  }
-  return out;
+  const std::string input(name);
+  char out[MAXUSERNAME];
+  WORD length = 0;
+  if (DNAbbreviate(0, nullptr, input.c_str(), out, sizeof out, &length) != NOERROR) return input;
+  return std::string(out, length);
 }
 
 // Whether `given` (canonical, abbreviated or common form) names `server`.
