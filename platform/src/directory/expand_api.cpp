@@ -4,11 +4,13 @@
 #include <unordered_set>
 #include <vector>
 
+#include "core/memory.h"
 #include "directory/directory.h"
 #include "formula/value.h"
 #include "globerr.h"
 #include "mail.h"
 #include "names/distinguished_name.h"
+#include "nsfdata.h"
 #include "osmem.h"
 #include "store/api_guard.h"
 #include "store/note.h"
@@ -156,18 +158,24 @@ extern "C" STATUS LNPUBLIC MailExpandNames(DHANDLE hWorkList, WORD /*WorkListSiz
       if (STATUS status = expansion.add(recipient, 0)) return status;
     }
 
-    DHANDLE output = NULLHANDLE;
-    void* locked = nullptr;
-    WORD size = 0;
-    if (STATUS status = ListAllocate(0, 0, TRUE, &output, &locked, &size)) return status;
-    OSUnlockObject(output);
-    WORD index = 0;
+    // The output list in one piece: type word, entry count, lengths, texts.
+    std::string list;
+    const auto put_word = [&list](size_t w) {
+      list.push_back(static_cast<char>(w & 0xFF));
+      list.push_back(static_cast<char>((w >> 8) & 0xFF));
+    };
+    put_word(TYPE_TEXT_LIST);
+    put_word(expansion.output().size());
+    size_t text_size = 0;
     for (const auto& name : expansion.output()) {
-      if (STATUS status = ListAddEntry(output, TRUE, &size, index++, name.data(), static_cast<WORD>(name.size()))) {
-        OSMemFree(output);
-        return status;
-      }
+      put_word(name.size());
+      text_size += name.size();
     }
+    if (expansion.output().size() > MAXWORD || list.size() + text_size > MAXWORD) return ERR_SEGMENT_TOO_BIG;
+    for (const auto& name : expansion.output()) list += name;
+    DHANDLE output = NULLHANDLE;
+    if (STATUS status = alloc_block_with(list, &output)) return status;
+    const auto size = static_cast<WORD>(list.size());
     if (UseExpanded && hRecipsExpanded != NULLHANDLE) {
       const void* expanded = OSLockObject(hRecipsExpanded);
       WORD expanded_size = ListGetSize(expanded, TRUE);
