@@ -10,11 +10,13 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "global.h"
@@ -142,9 +144,21 @@ DHANDLE lookup(const std::string& name) {
   return buffer;
 }
 
+// Builds the indexes and lets the notes of the build age past the window
+// that index refreshes read again, as in a directory written earlier.
+void warm_up() {
+  static const bool done = [] {
+    fixture();
+    OSMemFree(lookup(person_name(0)));
+    std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+    OSMemFree(lookup(person_name(0)));
+    return true;
+  }();
+  (void)done;
+}
+
 void BM_NameLookup2OneName(benchmark::State& state) {
-  fixture();
-  OSMemFree(lookup(person_name(0)));  // builds the index
+  warm_up();
   std::mt19937 random(11);
   std::uniform_int_distribution<int> pick(0, kPersons - 1);
   for (auto _ : state) {
@@ -160,7 +174,7 @@ void BM_NameLookup2OneName(benchmark::State& state) {
 BENCHMARK(BM_NameLookup2OneName)->Unit(benchmark::kMicrosecond);
 
 void BM_ExpandGroupOf1000NestedThreeDeep(benchmark::State& state) {
-  fixture();
+  warm_up();
   for (auto _ : state) {
     DHANDLE list = NULLHANDLE;
     void* locked = nullptr;
@@ -179,3 +193,4 @@ void BM_ExpandGroupOf1000NestedThreeDeep(benchmark::State& state) {
 BENCHMARK(BM_ExpandGroupOf1000NestedThreeDeep)->Unit(benchmark::kMillisecond);
 
 }  // namespace
+BENCHMARK_MAIN();

@@ -190,3 +190,20 @@ TEST_F(Collections, TheIndexFollowsAddedChangedAndDeletedDocuments) {
 }
 
 }  // namespace
+
+#include "store/database.h"
+#include "views/view_index.h"
+
+namespace {
+
+TEST_F(Collections, OneIndexServesEveryLookupUntilTheViewChanges) {
+  add_doc("Setup", "Alpha");
+  const NOTEID view = add_view("Servers", nullptr, {"Server"}, {"ascending"});
+  auto db = tarnwick::rt::store::find_database(db_);
+  std::shared_ptr<tarnwick::rt::views::ViewIndex> first, second;
+  ASSERT_EQ(tarnwick::rt::views::index_of(*db, view, first), NOERROR);
+  ASSERT_EQ(tarnwick::rt::views::index_of(*db, view, second), NOERROR);
+  EXPECT_EQ(first, second);
+}
+
+}  // namespace

@@ -16,9 +16,11 @@ namespace {
 using formula::Kind;
 using formula::Value;
 
-// Notes changed within this many seconds before the latest change seen are
-// read again at the next refresh: a writer may commit a note stamped a
-// little earlier than one already read. Reading a note again is harmless.
+// A refresh looks at the notes changed since this many seconds before the
+// previous refresh (or the latest change it saw, when earlier): a writer
+// may commit a note stamped a little before that moment after the previous
+// refresh read the database. Notes whose sequence did not move are passed
+// over.
 constexpr int kRereadSeconds = 2;
 
 std::shared_ptr<const formula::Program> parse_or_null(const std::string& text) {
@@ -67,12 +69,8 @@ bool ViewIndex::less(const Entry& a, const Entry& b) const {
   return a.id < b.id;
 }
 
-STATUS ViewIndex::apply(const store::NoteRecord& record, std::string_view items, std::vector<Entry>& added,
-                        std::unordered_set<NOTEID>& removed) {
-  removed.insert(record.id);
-  if (record.deleted || (record.flags & NOTE_FLAG_GHOST) || record.note_class != NOTE_CLASS_DOCUMENT) return NOERROR;
-  auto summary = std::make_shared<std::vector<store::Item>>();
-  if (store::decode_items(items, true, summary.get()) != NOERROR) return NOERROR;  // unreadable: not shown
+STATUS ViewIndex::apply(const store::NoteRecord& record, std::shared_ptr<const std::vector<store::Item>> summary,
+                        std::vector<Entry>& added) {
   if (!design_.selection.empty()) {
     if (!selection_) return NOERROR;  // a selection that does not compile selects nothing
     formula::ItemFields fields(*summary);
@@ -124,21 +122,71 @@ STATUS ViewIndex::apply(const store::NoteRecord& record, std::string_view items,
 
 STATUS ViewIndex::refresh(store::Database& db) {
   std::lock_guard guard(mutex_);
+  TIMEDATE started;
+  OSCurrentTIMEDATE(&started);
   std::vector<Entry> added;
   std::unordered_set<NOTEID> removed;
   TIMEDATE latest = since_;
   bool any = false;
-  store::ScanOptions options;
-  options.with_items = true;
-  options.include_deleted = built_;
-  options.since = built_ ? &since_ : nullptr;
-  STATUS status = db.scan(NOTE_CLASS_DOCUMENT, options, [&](const store::NoteRecord& record, std::string_view items) {
+  const auto is_document = [](const store::NoteRecord& record) {
+    return !record.deleted && !(record.flags & NOTE_FLAG_GHOST) && record.note_class == NOTE_CLASS_DOCUMENT;
+  };
+  const auto note_seen = [&](const store::NoteRecord& record) {
     if (!any || TimeDateCompare(&record.modified, &latest) > 0) latest = record.modified;
     any = true;
-    return apply(record, items, added, removed);
-  });
+  };
+  STATUS status = NOERROR;
+  if (!built_) {
+    // The first time: every document with its items in one pass.
+    store::ScanOptions options;
+    options.with_items = true;
+    status = db.scan(NOTE_CLASS_DOCUMENT, options, [&](const store::NoteRecord& record, std::string_view items) {
+      note_seen(record);
+      if (!is_document(record)) return STATUS{NOERROR};
+      auto summary = std::make_shared<std::vector<store::Item>>();
+      if (store::decode_items(items, true, summary.get()) != NOERROR) return STATUS{NOERROR};
+      sequences_[record.id] = record.sequence;
+      return apply(record, std::move(summary), added);
+    });
+  } else {
+    // Afterwards: the notes changed since, read again only when their
+    // sequence moved (a note is seen again within the re-read window).
+    store::ScanOptions options;
+    options.include_deleted = true;
+    options.since = &since_;
+    std::vector<store::NoteRecord> changed;
+    status = db.scan(NOTE_CLASS_DOCUMENT, options, [&](const store::NoteRecord& record, std::string_view) {
+      note_seen(record);
+      const auto known = sequences_.find(record.id);
+      if (!is_document(record)) {
+        if (known != sequences_.end()) {
+          removed.insert(record.id);
+          sequences_.erase(known);
+        }
+      } else if (known == sequences_.end() || known->second != record.sequence) {
+        changed.push_back(record);
+      }
+      return STATUS{NOERROR};
+    });
+    for (const auto& record : changed) {
+      if (status != NOERROR) break;
+      store::Note note;
+      const STATUS read = db.read_note(record.id, OPEN_SUMMARY, &note);
+      removed.insert(record.id);
+      if (read == ERR_INVALID_NOTE || read == ERR_NOTE_DELETED) {
+        sequences_.erase(record.id);
+        continue;
+      }
+      if (read != NOERROR) {
+        status = read;
+        break;
+      }
+      sequences_[record.id] = record.sequence;
+      status = apply(record, std::make_shared<std::vector<store::Item>>(std::move(note.items)), added);
+    }
+  }
   if (status != NOERROR) return status;
-  if (built_ && !removed.empty()) {
+  if (!removed.empty()) {
     std::erase_if(entries_, [&](const Entry& e) { return removed.count(e.id) != 0; });
   }
   if (!added.empty()) {
@@ -155,10 +203,11 @@ STATUS ViewIndex::refresh(store::Database& db) {
       entries_ = std::move(merged);
     }
   }
-  if (any) {
-    TimeDateAdjust(&latest, -kRereadSeconds, 0, 0, 0, 0, 0);
-    if (!built_ || TimeDateCompare(&latest, &since_) > 0) since_ = latest;
-  }
+  // Next time from a little before the earlier of the latest change seen
+  // and the start of this refresh (see kRereadSeconds).
+  TIMEDATE next = any && TimeDateCompare(&latest, &started) < 0 ? latest : started;
+  TimeDateAdjust(&next, -kRereadSeconds, 0, 0, 0, 0, 0);
+  if (!built_ || TimeDateCompare(&next, &since_) > 0) since_ = next;
   built_ = true;
   return NOERROR;
 }

@@ -17,6 +17,7 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -58,8 +59,9 @@ class ViewIndex {
   std::pair<size_t, size_t> find(std::string_view key, bool case_insensitive, bool partial) const;
 
  private:
-  STATUS apply(const store::NoteRecord& record, std::string_view items, std::vector<Entry>& added,
-               std::unordered_set<NOTEID>& removed);
+  // Adds the entries of a document the selection accepts.
+  STATUS apply(const store::NoteRecord& record, std::shared_ptr<const std::vector<store::Item>> summary,
+               std::vector<Entry>& added);
   bool less(const Entry& a, const Entry& b) const;
 
   std::mutex mutex_;
@@ -68,6 +70,7 @@ class ViewIndex {
   std::shared_ptr<const formula::Program> selection_;
   std::vector<std::shared_ptr<const formula::Program>> column_formulas_;
   std::vector<Entry> entries_;  // sorted by less()
+  std::unordered_map<NOTEID, DWORD> sequences_;  // every document read, selected or not
   bool built_ = false;
   TIMEDATE since_{};
 };
