@@ -16,6 +16,7 @@
 #include "agents.h"
 #include "core/status_table.h"
 #include "dname.h"
+#include "dxl/design_match.h"
 #include "dxl/dxl_values.h"
 #include "dxl/file_resource.h"
 #include "dxl/form_design.h"
@@ -68,48 +69,11 @@ std::string_view trim(std::string_view text) {
   return text;
 }
 
-// The names of a "$TITLE" text (name and aliases), trimmed.
-std::vector<std::string> title_names(std::string_view title) {
-  std::vector<std::string> names;
-  while (true) {
-    const size_t bar = title.find('|');
-    const std::string_view part = trim(title.substr(0, bar));
-    if (!part.empty()) names.emplace_back(part);
-    if (bar == std::string_view::npos) break;
-    title.remove_prefix(bar + 1);
-  }
-  return names;
-}
-
-// Design notes that can replace each other: same class and same kind.
-enum class DesignKind { kForm, kSubform, kFileResource, kView, kFolder, kAgent, kOther };
-
-DesignKind kind_of(WORD note_class, std::string_view flags) {
-  const WORD base = note_class & NOTE_CLASS_ALLNONDATA & ~NOTE_CLASS_PRIVATE;
-  if (base == NOTE_CLASS_FORM) {
-    if (flags.find(kFileResourceFlag) != std::string_view::npos) return DesignKind::kFileResource;
-    if (flags.find('U') != std::string_view::npos) return DesignKind::kSubform;
-    return DesignKind::kForm;
-  }
-  if (base == NOTE_CLASS_VIEW) return flags.find('F') != std::string_view::npos ? DesignKind::kFolder : DesignKind::kView;
-  if (base == NOTE_CLASS_FILTER) return DesignKind::kAgent;
-  return DesignKind::kOther;
-}
-
 struct ExistingDesign {
   NOTEID id;
   DesignKind kind;
   std::vector<std::string> names;
 };
-
-bool names_overlap(const std::vector<std::string>& a, const std::vector<std::string>& b) {
-  for (const auto& x : a) {
-    for (const auto& y : b) {
-      if (store::names_equal(x, y)) return true;
-    }
-  }
-  return false;
-}
 
 std::optional<WORD> acl_level(std::string_view word) {
   static constexpr std::string_view kLevels[] = {"noaccess", "depositor", "reader",  "author",
@@ -378,7 +342,7 @@ class Importer {
   STATUS load_existing_design() {
     return database_->design_notes(NOTE_CLASS_ALLNONDATA, [&](NOTEID id, WORD note_class, std::string_view title,
                                                               std::string_view flags) {
-      existing_design_.push_back(ExistingDesign{id, kind_of(note_class, flags), title_names(title)});
+      existing_design_.push_back(ExistingDesign{id, design_kind(note_class, flags), title_names(title)});
       return STATUS{NOERROR};
     });
   }
@@ -933,7 +897,7 @@ class Importer {
     if (option == DXLIMPORTOPTION_IGNORE) return NOERROR;
     for (const DesignPlan& plan : design_notes_) {
       store::Note& note = *plan.note;
-      const DesignKind kind = kind_of(note.note_class, note.text("$Flags").value_or(std::string()));
+      const DesignKind kind = design_kind(note.note_class, note.text("$Flags").value_or(std::string()));
       const std::vector<std::string> names = title_names(note.text("$TITLE").value_or(std::string()));
       const ExistingDesign* match = nullptr;
       for (const ExistingDesign& existing : existing_design_) {
