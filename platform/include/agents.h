@@ -8,7 +8,7 @@
  *   "$AssistFlags"   TEXT: "E" while the agent is enabled (see
  *                    ASSIST_FLAG_*); a disabled shared agent has ""
  *   "$AssistTrigger" TEXT: the ASSISTTRIGGER_TYPE_* digit
- *   "$AssistInfo"    TYPE_ASSISTANT_INFO: an ODS_ASSISTSTRUCT in canonical
+ *   "$AssistInfo"    TYPE_ASSISTANT_INFO: an ODS_ASSISTSTRUCT in its stored
  *                    form (ods.h: ODSLength(_ODS_ASSISTSTRUCT) bytes, read
  *                    with ODSReadMemory, written with ODSWriteMemory)
  *   "$MachineName"   TEXT: the server the agent runs on
@@ -23,6 +23,7 @@
 #define TARNWICK_AGENTS_H
 
 #include "global.h"
+#include "ods.h"
 
 TARNWICK_EXTERN_C_BEGIN
 
@@ -46,53 +47,9 @@ typedef DHANDLE HAGENT;
 #define ASSIST_LASTRUN_ITEM "$AssistLastRun"
 #define ASSIST_DOCCOUNT_ITEM "$AssistDocCount"
 
-/* The record kept in "$AssistInfo" (host form: 104 bytes). */
-typedef struct {
-  WORD wVersion;
-  WORD wTriggerType;  /* ASSISTTRIGGER_TYPE_* */
-  WORD wSearchType;   /* ASSISTSEARCH_TYPE_* */
-  WORD wIntervalType; /* ASSISTINTERVAL_TYPE_* */
-  WORD wInterval;
-  DWORD dwTime1; /* hundredths since midnight GMT; meaning by interval type */
-  DWORD dwTime2;
-  TIMEDATE StartTime; /* not before (zero: no limit) */
-  TIMEDATE EndTime;   /* not after (zero: no limit) */
-  DWORD dwFlags;      /* ASSISTODS_FLAG_* */
-  DWORD dwSpare[16];
-} ODS_ASSISTSTRUCT;
-
-#define ASSISTTRIGGER_TYPE_NONE 0
-#define ASSISTTRIGGER_TYPE_SCHEDULED 1
-#define ASSISTTRIGGER_TYPE_NEWMAIL 2
-#define ASSISTTRIGGER_TYPE_PASTED 3
-#define ASSISTTRIGGER_TYPE_MANUAL 4
-#define ASSISTTRIGGER_TYPE_DOCUPDATE 5
-#define ASSISTTRIGGER_TYPE_SYNCHNEWMAIL 6
-#define ASSISTTRIGGER_TYPE_EVENT 7
-#define ASSISTTRIGGER_TYPE_SERVERSTART 8
-
-#define ASSISTSEARCH_TYPE_NONE 0
-#define ASSISTSEARCH_TYPE_ALL 1
-#define ASSISTSEARCH_TYPE_NEW 2
-#define ASSISTSEARCH_TYPE_MODIFIED 3
-#define ASSISTSEARCH_TYPE_SELECTED 4
-#define ASSISTSEARCH_TYPE_VIEW 5
-#define ASSISTSEARCH_TYPE_UNREAD 6
-#define ASSISTSEARCH_TYPE_PROMPT 7
-#define ASSISTSEARCH_TYPE_UI 8
-
-#define ASSISTINTERVAL_TYPE_NONE 0
-#define ASSISTINTERVAL_TYPE_MINUTES 1
-#define ASSISTINTERVAL_TYPE_DAYS 2
-#define ASSISTINTERVAL_TYPE_WEEK 3
-#define ASSISTINTERVAL_TYPE_MONTH 4
-#define ASSISTINTERVAL_TYPE_EVENT 5
-
-#define ASSISTODS_FLAG_HIDDEN 0x00000001
-#define ASSISTODS_FLAG_NOWEEKENDS 0x00000002
-#define ASSISTODS_FLAG_STOREHIGHLIGHTS 0x00000004
-#define ASSISTODS_FLAG_MAILANDPASTE 0x00000008
-#define ASSISTODS_FLAG_CHOOSEWHENENABLED 0x00000010
+/* The record kept in "$AssistInfo" (ODS_ASSISTSTRUCT) and its
+ * ASSISTTRIGGER_TYPE_*, ASSISTSEARCH_TYPE_*, ASSISTINTERVAL_TYPE_* and
+ * ASSISTODS_FLAG_* values are declared in ods.h. */
 
 /* Opens the agent note AgentNoteID of hDB: ERR_INVALID_NOTE (or the note
  * open's status) when there is none, ERR_BAD_PARAM when the note is not an

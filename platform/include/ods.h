@@ -1,14 +1,11 @@
-/* Canonical ("on-disk structure") form of the platform's records: the
- * packed little-endian layout in which structured item values such as the
- * agent record ("$AssistInfo") are stored, and the calls that convert
- * between it and the host structs.
+/* On-disk structures: sizes of the structures stored in item values, and
+ * copying them between their stored and in-memory forms.
  *
- * ODSLength gives a record's canonical size; ODSReadMemory converts
- * Iterations records from canonical to host form and ODSWriteMemory the
- * other way, each advancing *ppSrc / *ppDest past what it consumed or
- * produced. The canonical form has no padding: ODS_ASSISTSTRUCT is 104
- * bytes in host form and ODSLength(_ODS_ASSISTSTRUCT) = 102 bytes stored.
- * Unknown type numbers have length 0 and are not converted. Thread-safe. */
+ * On this runtime (little-endian, natural alignment) the stored form of
+ * every structure is its in-memory layout, padding included: ODSLength is
+ * sizeof, and ODSWriteMemory / ODSReadMemory copy bytes and move the
+ * pointer past them. An unknown type has length 0 and copies nothing.
+ * Thread-safe. */
 #ifndef TARNWICK_ODS_H
 #define TARNWICK_ODS_H
 
@@ -16,7 +13,7 @@
 
 TARNWICK_EXTERN_C_BEGIN
 
-/* Type numbers */
+/* Structure type numbers */
 #define _SHORT 0
 #define _USHORT _SHORT
 #define _WORD _SHORT
@@ -38,11 +35,57 @@ TARNWICK_EXTERN_C_BEGIN
 #define _UNID _UNIVERSALNOTEID
 #define _ODS_ASSISTSTRUCT 318
 
+/* An agent's schedule and trigger ("$AssistInfo", TYPE_ASSISTANT_INFO):
+ * 104 bytes. */
+typedef struct {
+  WORD wVersion;
+  WORD wTriggerType;  /* ASSISTTRIGGER_TYPE_xxx */
+  WORD wSearchType;   /* ASSISTSEARCH_TYPE_xxx */
+  WORD wIntervalType; /* ASSISTINTERVAL_TYPE_xxx */
+  WORD wInterval;
+  DWORD dwTime1;
+  DWORD dwTime2;
+  TIMEDATE StartTime;
+  TIMEDATE EndTime;
+  DWORD dwFlags; /* ASSISTODS_FLAG_xxx */
+  DWORD dwSpare[16];
+} ODS_ASSISTSTRUCT;
+
+#define ASSISTTRIGGER_TYPE_NONE 0
+#define ASSISTTRIGGER_TYPE_SCHEDULED 1
+#define ASSISTTRIGGER_TYPE_NEWMAIL 2
+#define ASSISTTRIGGER_TYPE_PASTED 3
+#define ASSISTTRIGGER_TYPE_MANUAL 4
+#define ASSISTTRIGGER_TYPE_DOCUPDATE 5
+#define ASSISTTRIGGER_TYPE_SYNCHNEWMAIL 6
+#define ASSISTTRIGGER_TYPE_EVENT 7
+#define ASSISTTRIGGER_TYPE_SERVERSTART 8
+#define ASSISTSEARCH_TYPE_NONE 0
+#define ASSISTSEARCH_TYPE_ALL 1
+#define ASSISTSEARCH_TYPE_NEW 2
+#define ASSISTSEARCH_TYPE_MODIFIED 3
+#define ASSISTSEARCH_TYPE_SELECTED 4
+#define ASSISTSEARCH_TYPE_VIEW 5
+#define ASSISTSEARCH_TYPE_UNREAD 6
+#define ASSISTSEARCH_TYPE_PROMPT 7
+#define ASSISTSEARCH_TYPE_UI 8
+#define ASSISTINTERVAL_TYPE_NONE 0
+#define ASSISTINTERVAL_TYPE_MINUTES 1
+#define ASSISTINTERVAL_TYPE_DAYS 2
+#define ASSISTINTERVAL_TYPE_WEEK 3
+#define ASSISTINTERVAL_TYPE_MONTH 4
+#define ASSISTINTERVAL_TYPE_EVENT 5
+#define ASSISTODS_FLAG_HIDDEN 0x00000001
+#define ASSISTODS_FLAG_NOWEEKENDS 0x00000002
+#define ASSISTODS_FLAG_STOREHIGHLIGHTS 0x00000004
+#define ASSISTODS_FLAG_MAILANDPASTE 0x00000008
+#define ASSISTODS_FLAG_CHOOSEWHENENABLED 0x00000010
+
 WORD LNPUBLIC ODSLength(WORD type);
-/* ppSrc points to a pointer to the canonical bytes; pDest is host memory. */
-void LNPUBLIC ODSReadMemory(void *ppSrc, WORD type, void *pDest, WORD iterations);
-/* ppDest points to a pointer to the canonical output; pSrc is host memory. */
-void LNPUBLIC ODSWriteMemory(void *ppDest, WORD type, const void *pSrc, WORD iterations);
+/* Writes `iterations` structures from pSrc at *ppDest and advances *ppDest. */
+void LNPUBLIC ODSWriteMemory(void **ppDest, WORD type, const void *pSrc, WORD iterations);
+/* Reads `iterations` structures at *ppSrc into pDest and advances *ppSrc. */
+void LNPUBLIC ODSReadMemory(const void **ppSrc, WORD type, void *pDest, WORD iterations);
 
 TARNWICK_EXTERN_C_END
 

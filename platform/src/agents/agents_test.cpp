@@ -23,37 +23,6 @@ const char* const kMailDesign = R"(<database xmlns='http://www.lotus.com/dxl'>
 </agent>
 </database>)";
 
-TEST(Ods, AssistRecordRoundTripsThroughItsPackedForm) {
-  EXPECT_EQ(sizeof(ODS_ASSISTSTRUCT), 104u);
-  EXPECT_EQ(ODSLength(_ODS_ASSISTSTRUCT), 102u);
-  ODS_ASSISTSTRUCT in{};
-  in.wVersion = 2;
-  in.wTriggerType = ASSISTTRIGGER_TYPE_SCHEDULED;
-  in.wSearchType = ASSISTSEARCH_TYPE_NEW;
-  in.wIntervalType = ASSISTINTERVAL_TYPE_WEEK;
-  in.wInterval = 3;
-  in.dwTime1 = 0x01020304;
-  in.dwTime2 = 5;
-  in.StartTime = TIMEDATE{{11, 12}};
-  in.EndTime = TIMEDATE{{13, 14}};
-  in.dwFlags = ASSISTODS_FLAG_NOWEEKENDS;
-  in.dwSpare[15] = 0xABCDEF01;
-  unsigned char canonical[102];
-  void* write = canonical;
-  ODSWriteMemory(&write, _ODS_ASSISTSTRUCT, &in, 1);
-  EXPECT_EQ(static_cast<unsigned char*>(write) - canonical, 102);
-  // No padding: dwTime1 follows wInterval directly, little-endian.
-  EXPECT_EQ(canonical[0], 2);
-  EXPECT_EQ(canonical[10], 0x04);
-  EXPECT_EQ(canonical[13], 0x01);
-  ODS_ASSISTSTRUCT out;
-  std::memset(&out, 0xFF, sizeof out);
-  const void* read = canonical;
-  ODSReadMemory(&read, _ODS_ASSISTSTRUCT, &out, 1);
-  EXPECT_EQ(std::memcmp(&in, &out, sizeof in), 0);
-  EXPECT_EQ(ODSLength(9999), 0u);
-}
-
 class OooServiceTest : public ImportTest {
  protected:
   const char* database_path() const override { return "mail/jdoe.nsf"; }
