@@ -119,6 +119,19 @@ STATUS LNPUBLIC DXLImport(DXLIMPORTHANDLE hDXLImport, XML_READ_FUNCTION pDXLRead
 /* TRUE when the last DXLImport logged an error. */
 BOOL LNPUBLIC DXLImportWasErrorLogged(DXLIMPORTHANDLE hDXLImport);
 
+/* Runtime extension: builds a template from a DXL file. Creates
+ * TemplatePath (a template whatever its extension; ERR_EXISTS when the file
+ * exists) and imports DxlFilePath into it with design, ACL and documents
+ * created and the database properties taken; TemplateName (may be NULL)
+ * then becomes the template name of its information string. The icon note
+ * records the template's own file name in "$TemplateFileName", which
+ * databases made from it carry on (NSFDbCreateAndCopy copies the icon note).
+ * Paths are relative to the data directory unless absolute. On failure no
+ * template is left behind; rethLog (may be NULL) receives the importer log
+ * (a memory block the caller frees) when there is one. */
+STATUS LNPUBLIC TarnwickTemplateFromDXL(const char *DxlFilePath, const char *TemplatePath, const char *TemplateName,
+                                        DHANDLE *rethLog);
+
 TARNWICK_EXTERN_C_END
 
 #endif /* TARNWICK_DXLIMPORT_H */

@@ -661,6 +661,7 @@ class Importer {
     }
     column.case_sensitive = !boolean(element, "sortnocase", true);
     column.categorized = boolean(element, "categorized", false);
+    column.separate_values = boolean(element, "separatemultiplevalues", false);
     for (const auto& child : element.children) {
       if (child->name == "columnheader") {
         column.title = lmbcs(optional_attribute(*child, "title"));

@@ -5,7 +5,7 @@ namespace tarnwick::rt::dxl {
 namespace {
 
 constexpr std::string_view kColumnPrefixes[] = {kColumnItemPrefix, kColumnFormulaPrefix, kColumnTitlePrefix,
-                                                kColumnSortPrefix, kColumnCasePrefix,    kColumnCategoryPrefix};
+                                                kColumnSortPrefix, kColumnCasePrefix,    kColumnCategoryPrefix, kColumnSeparatePrefix};
 
 std::string column_item(std::string_view prefix, size_t index) {
   std::string name(prefix);
@@ -42,6 +42,7 @@ void write_view_design(store::Note& view, const ViewDesign& design) {
                                                            : "");
     set_or_remove(view, column_item(kColumnCasePrefix, i), column.case_sensitive ? "1" : "");
     set_or_remove(view, column_item(kColumnCategoryPrefix, i), column.categorized ? "1" : "");
+    set_or_remove(view, column_item(kColumnSeparatePrefix, i), column.separate_values ? "1" : "");
   }
 }
 
@@ -63,6 +64,7 @@ ViewDesign read_view_design(const store::Note& view) {
                                                            : ColumnSort::kNone;
     column.case_sensitive = view.text(column_item(kColumnCasePrefix, i)).value_or(std::string()) == "1";
     column.categorized = view.text(column_item(kColumnCategoryPrefix, i)).value_or(std::string()) == "1";
+    column.separate_values = view.text(column_item(kColumnSeparatePrefix, i)).value_or(std::string()) == "1";
     design.columns.push_back(std::move(column));
   }
   return design;

@@ -17,6 +17,8 @@
 //   "$ColumnCase_i"        TEXT  "1": sorting and key lookup respect case;
 //                                absent: they ignore it (the platform's default)
 //   "$ColumnCategory_i"    TEXT  "1" for a categorized column
+//   "$ColumnSeparate_i"    TEXT  "1": a list value gives one entry per
+//                                value (each sorted and found on its own)
 // A collection is sorted by its sorted columns from the first; a key lookup
 // (NIFFindByName) compares against the first sorted column. Formulas are
 // source text (LMBCS). None of these items is a summary item.
@@ -41,6 +43,7 @@ struct ColumnDesign {
   ColumnSort sort = ColumnSort::kNone;
   bool case_sensitive = false;
   bool categorized = false;
+  bool separate_values = false;
 };
 
 struct ViewDesign {
@@ -56,6 +59,7 @@ inline constexpr std::string_view kColumnTitlePrefix = "$ColumnTitle_";
 inline constexpr std::string_view kColumnSortPrefix = "$ColumnSort_";
 inline constexpr std::string_view kColumnCasePrefix = "$ColumnCase_";
 inline constexpr std::string_view kColumnCategoryPrefix = "$ColumnCategory_";
+inline constexpr std::string_view kColumnSeparatePrefix = "$ColumnSeparate_";
 
 // Writes the design into a view note (replacing any design items there).
 void write_view_design(store::Note& view, const ViewDesign& design);
