@@ -19,6 +19,7 @@
 #include <thread>
 #include <vector>
 
+#include "dxl/view_design.h"
 #include "global.h"
 #include "globerr.h"
 #include "lookup.h"
@@ -27,6 +28,7 @@
 #include "nsfnote.h"
 #include "osenv.h"
 #include "osmem.h"
+#include "store/note.h"
 #include "textlist.h"
 
 namespace {
@@ -69,10 +71,19 @@ class DirectoryFixture {
     const WORD view_class = NOTE_CLASS_VIEW;
     NSFNoteSetInfo(note, _NOTE_CLASS, &view_class);
     NSFItemSetText(note, "$TITLE", title, MAXWORD);
-    NSFItemSetText(note, "$SelectionFormula", selection, MAXWORD);
-    text_list(note, "$ColumnFormulas", {key});
-    text_list(note, "$ColumnSorts", {"ascending"});
-    text_list(note, "$ColumnFlags", {"s"});
+    tarnwick::rt::dxl::ViewDesign design;
+    design.selection_formula = selection;
+    tarnwick::rt::dxl::ColumnDesign column;
+    column.item_name = "Key";
+    column.formula = key;
+    column.sort = tarnwick::rt::dxl::ColumnSort::kAscending;
+    column.separate_values = true;
+    design.columns.push_back(column);
+    auto stored = tarnwick::rt::store::find_note(note);
+    {
+      std::lock_guard lock(stored->mutex);
+      tarnwick::rt::dxl::write_view_design(*stored, design);
+    }
     save(note);
   }
   void group(const std::string& name, const std::vector<std::string>& members) {

@@ -2,7 +2,7 @@
  * order of its sorted columns, found by key and read by position.
  *
  * A view's design note holds its selection formula and columns (see
- * views/view_design.h in the runtime). NIFOpenCollection builds the view's
+ * dxl/view_design.h in the runtime). NIFOpenCollection builds the view's
  * index on first use in a process and afterwards only applies the notes
  * changed since (the index is shared by every collection of that view and
  * kept current by NIFOpenCollection, NIFUpdateCollection and the directory

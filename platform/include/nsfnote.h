@@ -226,7 +226,7 @@ STATUS LNPUBLIC NSFItemScan(NOTEHANDLE hNote, NSFITEMSCANPROC ActionRoutine, voi
  * and their value is checked against the field type (text that reads as a
  * number or time is converted); computed fields are computed again;
  * computed-for-display items are removed. Fields of the form are described
- * by the form note (forms/form_design.h in the runtime).
+ * by the form note (dxl/form_design.h in the runtime).
  * An error calls ErrorRoutine with the field (CDFIELD, editods.h), the
  * phase, the status and a memory block holding the error text as a
  * TYPE_TEXT_LIST value with its type word (freed after the call); the answer

@@ -109,7 +109,7 @@ std::vector<std::string> groups_containing(const std::vector<std::string>& names
     std::shared_ptr<views::ViewIndex> index;
     if (directory.view("($Groups)", index) != NOERROR) continue;
     auto lock = index->lock();
-    const int key_column = index->design().first_sorted();
+    const int key_column = index->first_sorted();
     if (key_column < 0) continue;
     std::unordered_set<NOTEID> seen;
     for (const views::Entry& entry : index->entries()) {

@@ -9,6 +9,7 @@
 
 #include "acl.h"
 #include "directory/directory.h"
+#include "dxl/view_design.h"
 #include "globerr.h"
 #include "lookup.h"
 #include "mail.h"
@@ -18,6 +19,7 @@
 #include "nsfnote.h"
 #include "osenv.h"
 #include "osmem.h"
+#include "store/note.h"
 #include "testing/temp_data_directory.h"
 #include "textlist.h"
 
@@ -70,10 +72,20 @@ class Directory : public ::testing::Test {
     const WORD view_class = NOTE_CLASS_VIEW;
     NSFNoteSetInfo(view, _NOTE_CLASS, &view_class);
     NSFItemSetText(view, "$TITLE", title, MAXWORD);
-    NSFItemSetText(view, "$SelectionFormula", selection, MAXWORD);
-    set_list(view, "$ColumnFormulas", {key_formula});
-    set_list(view, "$ColumnSorts", {"ascending"});
-    set_list(view, "$ColumnFlags", {"s"});
+    namespace dxl = tarnwick::rt::dxl;
+    dxl::ViewDesign design;
+    design.selection_formula = selection;
+    dxl::ColumnDesign key;
+    key.item_name = "Key";
+    key.formula = key_formula;
+    key.sort = dxl::ColumnSort::kAscending;
+    key.separate_values = true;
+    design.columns.push_back(key);
+    auto note = tarnwick::rt::store::find_note(view);
+    {
+      std::lock_guard lock(note->mutex);
+      dxl::write_view_design(*note, design);
+    }
     save(view);
   }
   NOTEID add_person(const char* full_name, const char* short_name, const char* server, const char* file) {

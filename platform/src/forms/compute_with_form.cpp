@@ -14,12 +14,12 @@
 #include <string_view>
 
 #include "core/memory.h"
+#include "dxl/form_design.h"
 #include "editods.h"
 #include "formula/compiled.h"
 #include "formula/evaluator.h"
 #include "formula/note_fields.h"
 #include "formula/time_support.h"
-#include "forms/form_design.h"
 #include "globerr.h"
 #include "nsfdata.h"
 #include "nsfdesign.h"
@@ -33,8 +33,22 @@
 namespace tarnwick::rt::forms {
 namespace {
 
+using dxl::FieldKind;
+using dxl::FieldType;
 using formula::Kind;
 using formula::Value;
+using FieldDefinition = dxl::FieldDesign;
+
+// The item flags a value of a field type carries.
+WORD item_flags_for(FieldType type) {
+  switch (type) {
+    case FieldType::kNames: return ITEM_SUMMARY | ITEM_NAMES;
+    case FieldType::kAuthors: return ITEM_SUMMARY | ITEM_NAMES | ITEM_READWRITERS;
+    case FieldType::kReaders: return ITEM_SUMMARY | ITEM_NAMES | ITEM_READERS;
+    case FieldType::kRichText: return 0;
+    default: return ITEM_SUMMARY;
+  }
+}
 
 // How many times one phase of a field may be repeated on the error
 // routine's request before the computation gives up.
@@ -108,9 +122,10 @@ STATUS convert_to_field_type(store::Note& note, const FieldDefinition& field) {
 
 // The CDFIELD record of a field with its formulas and name behind it.
 std::string field_record(const FieldDefinition& field) {
-  const std::string dv = field.default_formula.empty() ? "" : formula::make_compiled(field.default_formula);
-  const std::string it = field.translation_formula.empty() ? "" : formula::make_compiled(field.translation_formula);
-  const std::string iv = field.validation_formula.empty() ? "" : formula::make_compiled(field.validation_formula);
+  const std::string& value = field.kind == FieldKind::kEditable ? field.default_formula : field.value_formula;
+  const std::string dv = value.empty() ? "" : formula::make_compiled(value);
+  const std::string it = field.translate_formula.empty() ? "" : formula::make_compiled(field.translate_formula);
+  const std::string iv = field.validate_formula.empty() ? "" : formula::make_compiled(field.validate_formula);
   CDFIELD cd{};
   cd.Header.Signature = SIG_CD_FIELD;
   switch (field.kind) {
@@ -225,12 +240,14 @@ class Computation {
       switch (field.kind) {
         case FieldKind::kComputed:
           return step(field, CWF_COMPUTED_FORMULA_LOAD,
-                      [&](std::string&) { return compute_into(field, field.default_formula); });
+                      [&](std::string&) { return compute_into(field, field.value_formula); });
         case FieldKind::kComputedWhenComposed:
+          if (note_.has(field.name)) return Next::kGoOn;
+          return step(field, CWF_COMPUTED_FORMULA_LOAD,
+                      [&](std::string&) { return compute_into(field, field.value_formula); });
         case FieldKind::kEditable:
           if (note_.has(field.name)) return Next::kGoOn;
-          return step(field, field.kind == FieldKind::kEditable ? CWF_DV_FORMULA : CWF_COMPUTED_FORMULA_LOAD,
-                      [&](std::string&) { return compute_into(field, field.default_formula); });
+          return step(field, CWF_DV_FORMULA, [&](std::string&) { return compute_into(field, field.default_formula); });
         case FieldKind::kComputedForDisplay:
           break;
       }
@@ -243,7 +260,7 @@ class Computation {
       case FieldKind::kComputed:
         return field_with_rechecks([&] {
           return step(field, CWF_COMPUTED_FORMULA_SAVE,
-                      [&](std::string&) { return compute_into(field, field.default_formula); });
+                      [&](std::string&) { return compute_into(field, field.value_formula); });
         });
       case FieldKind::kComputedForDisplay:
         note_.remove_all(field.name);
@@ -258,15 +275,15 @@ class Computation {
     auto convert = [&](std::string&) { return convert_to_field_type(note_, field); };
     return field_with_rechecks([&]() -> Next {
       Next next = step(field, CWF_DATATYPE_CONVERSION, convert);
-      if (next == Next::kGoOn && !field.translation_formula.empty()) {
+      if (next == Next::kGoOn && !field.translate_formula.empty()) {
         next = step(field, CWF_IT_FORMULA,
-                    [&](std::string&) { return compute_into(field, field.translation_formula); });
+                    [&](std::string&) { return compute_into(field, field.translate_formula); });
         if (next == Next::kGoOn) next = step(field, CWF_DATATYPE_CONVERSION, convert);
       }
-      if (next == Next::kGoOn && !field.validation_formula.empty()) {
+      if (next == Next::kGoOn && !field.validate_formula.empty()) {
         next = step(field, CWF_IV_FORMULA, [&](std::string& message) -> STATUS {
           Value verdict;
-          if (STATUS status = evaluate(note_, field.validation_formula, verdict)) return status;
+          if (STATUS status = evaluate(note_, field.validate_formula, verdict)) return status;
           if (verdict.kind != Kind::kText) return NOERROR;  // @Success
           message = verdict.texts.empty() ? std::string() : verdict.texts.front();
           return kValidationFailed;
@@ -292,7 +309,7 @@ STATUS form_fields(store::Note& note, NOTEHANDLE form_handle, std::vector<FieldD
     auto form = store::find_note(form_handle);
     if (!form) return ERR_BAD_PARAM;
     std::lock_guard lock(form->mutex);
-    fields = read_form_fields(*form);
+    fields = dxl::read_form_fields(*form);
     return NOERROR;
   }
   std::string form_name;
@@ -311,7 +328,7 @@ STATUS form_fields(store::Note& note, NOTEHANDLE form_handle, std::vector<FieldD
   }
   store::Note form;
   if (STATUS status = db->read_note(form_id, 0, &form)) return status == ERR_INVALID_NOTE ? ERR_NOT_FOUND : status;
-  fields = read_form_fields(form);
+  fields = dxl::read_form_fields(form);
   return NOERROR;
 }
 

@@ -6,15 +6,41 @@
 
 #include <gtest/gtest.h>
 
+#include "dxl/form_design.h"
 #include "editods.h"
 #include "globerr.h"
 #include "nsfdata.h"
 #include "nsfdb.h"
 #include "nsfnote.h"
 #include "osmem.h"
+#include "store/note.h"
 #include "testing/temp_data_directory.h"
 
 namespace {
+
+using tarnwick::rt::dxl::FieldDesign;
+using tarnwick::rt::dxl::FieldKind;
+using tarnwick::rt::dxl::FieldType;
+
+// Writes the field design items of a form note.
+void write_fields(NOTEHANDLE form, const std::vector<FieldDesign>& fields) {
+  auto note = tarnwick::rt::store::find_note(form);
+  ASSERT_TRUE(note);
+  std::lock_guard lock(note->mutex);
+  tarnwick::rt::dxl::write_form_fields(*note, fields);
+}
+
+FieldDesign field(const char* name, FieldKind kind, FieldType type, const char* value = "",
+                  const char* translate = "", const char* validate = "") {
+  FieldDesign f;
+  f.name = name;
+  f.kind = kind;
+  f.type = type;
+  (kind == FieldKind::kEditable ? f.default_formula : f.value_formula) = value;
+  f.translate_formula = translate;
+  f.validate_formula = validate;
+  return f;
+}
 
 // Sets a text list item from entries.
 void set_list(NOTEHANDLE note, const char* name, const std::vector<std::string>& entries) {
@@ -79,15 +105,15 @@ class ComputeWithForm : public ::testing::Test {
     const WORD form_class = NOTE_CLASS_FORM;
     NSFNoteSetInfo(form, _NOTE_CLASS, &form_class);
     NSFItemSetText(form, "$TITLE", "Away Profile|Away", MAXWORD);
-    set_list(form, "$Fields", {"Owner", "Days", "Subject", "Shown", "Start", "Created"});
-    set_list(form, "$FieldKinds",
-             {"editable", "editable", "computed", "computedfordisplay", "editable", "computedwhencomposed"});
-    set_list(form, "$FieldTypes", {"names", "number", "text", "text", "datetime", "text"});
-    set_list(form, "$FieldDefaults",
-             {"\"Jane Doe\"", "", "Owner + \" is away for \" + @Text(Days) + \" days\"", "\"shown\"", "", "\"once\""});
-    set_list(form, "$FieldTranslations", {"@Trim(Owner)", "", "", "", "", ""});
-    set_list(form, "$FieldValidations",
-             {"", "@If(Days > 0; @Success; @Failure(\"Days must be positive\"))", "", "", "", ""});
+    write_fields(form, {
+        field("Owner", FieldKind::kEditable, FieldType::kNames, "\"Jane Doe\"", "@Trim(Owner)"),
+        field("Days", FieldKind::kEditable, FieldType::kNumber, "", "",
+              "@If(Days > 0; @Success; @Failure(\"Days must be positive\"))"),
+        field("Subject", FieldKind::kComputed, FieldType::kText, "Owner + \" is away for \" + @Text(Days) + \" days\""),
+        field("Shown", FieldKind::kComputedForDisplay, FieldType::kText, "\"shown\""),
+        field("Start", FieldKind::kEditable, FieldType::kDateTime),
+        field("Created", FieldKind::kComputedWhenComposed, FieldType::kText, "\"once\""),
+    });
     ASSERT_EQ(NSFNoteUpdate(form, 0), NOERROR);
     NSFNoteClose(form);
 
@@ -194,9 +220,7 @@ TEST_F(ComputeWithForm, TheFormComesFromTheFormItemOrTheDefaultForm) {
   const WORD default_form = NOTE_CLASS_FORM | NOTE_CLASS_DEFAULT;
   NSFNoteSetInfo(fallback, _NOTE_CLASS, &default_form);
   NSFItemSetText(fallback, "$TITLE", "Plain", MAXWORD);
-  set_list(fallback, "$Fields", {"Kind"});
-  set_list(fallback, "$FieldKinds", {"computed"});
-  set_list(fallback, "$FieldDefaults", {"\"plain\""});
+  write_fields(fallback, {field("Kind", FieldKind::kComputed, FieldType::kText, "\"plain\"")});
   ASSERT_EQ(NSFNoteUpdate(fallback, 0), NOERROR);
   NSFNoteClose(fallback);
   ASSERT_EQ(compute(), NOERROR);

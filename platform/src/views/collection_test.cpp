@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "dxl/view_design.h"
 #include "globerr.h"
 #include "nif.h"
 #include "nsfdata.h"
@@ -14,6 +15,7 @@
 #include "nsfdesign.h"
 #include "nsfnote.h"
 #include "osmem.h"
+#include "store/note.h"
 #include "testing/temp_data_directory.h"
 
 namespace {
@@ -40,10 +42,24 @@ class Collections : public ::testing::Test {
     const WORD view_class = NOTE_CLASS_VIEW;
     NSFNoteSetInfo(view, _NOTE_CLASS, &view_class);
     NSFItemSetText(view, "$TITLE", title, MAXWORD);
-    if (selection != nullptr) NSFItemSetText(view, "$SelectionFormula", selection, MAXWORD);
-    set_list(view, "$ColumnItems", items);
-    set_list(view, "$ColumnSorts", sorts);
-    if (!flags.empty()) set_list(view, "$ColumnFlags", flags);
+    namespace dxl = tarnwick::rt::dxl;
+    dxl::ViewDesign design;
+    if (selection != nullptr) design.selection_formula = selection;
+    for (size_t i = 0; i < items.size(); ++i) {
+      dxl::ColumnDesign column;
+      column.item_name = items[i];
+      column.sort = sorts[i] == "ascending"    ? dxl::ColumnSort::kAscending
+                    : sorts[i] == "descending" ? dxl::ColumnSort::kDescending
+                                               : dxl::ColumnSort::kNone;
+      column.case_sensitive = i < flags.size() && flags[i].find('c') != std::string::npos;
+      column.separate_values = i < flags.size() && flags[i].find('s') != std::string::npos;
+      design.columns.push_back(column);
+    }
+    auto note = tarnwick::rt::store::find_note(view);
+    {
+      std::lock_guard lock(note->mutex);
+      dxl::write_view_design(*note, design);
+    }
     EXPECT_EQ(NSFNoteUpdate(view, 0), NOERROR);
     NOTEID id = 0;
     NSFNoteGetInfo(view, _NOTE_ID, &id);

@@ -52,18 +52,25 @@ int compare_values(const Value& a, const Value& b, bool case_sensitive) {
   }
 }
 
-ViewIndex::ViewIndex(ViewDesign design, std::string design_stamp)
+ViewIndex::ViewIndex(dxl::ViewDesign design, std::string design_stamp)
     : design_(std::move(design)), design_stamp_(std::move(design_stamp)) {
-  selection_ = parse_or_null(design_.selection);
+  selection_ = parse_or_null(design_.selection_formula);
   for (const auto& column : design_.columns) column_formulas_.push_back(parse_or_null(column.formula));
+}
+
+int ViewIndex::first_sorted() const {
+  for (size_t i = 0; i < design_.columns.size(); ++i) {
+    if (design_.columns[i].sort != dxl::ColumnSort::kNone) return static_cast<int>(i);
+  }
+  return -1;
 }
 
 bool ViewIndex::less(const Entry& a, const Entry& b) const {
   for (size_t i = 0; i < design_.columns.size(); ++i) {
-    const ColumnDesign& column = design_.columns[i];
-    if (!column.sorted) continue;
+    const dxl::ColumnDesign& column = design_.columns[i];
+    if (column.sort == dxl::ColumnSort::kNone) continue;
     int c = compare_values(a.columns[i], b.columns[i], column.case_sensitive);
-    if (column.descending) c = -c;
+    if (column.sort == dxl::ColumnSort::kDescending) c = -c;
     if (c != 0) return c < 0;
   }
   return a.id < b.id;
@@ -71,7 +78,7 @@ bool ViewIndex::less(const Entry& a, const Entry& b) const {
 
 STATUS ViewIndex::apply(const store::NoteRecord& record, std::shared_ptr<const std::vector<store::Item>> summary,
                         std::vector<Entry>& added) {
-  if (!design_.selection.empty()) {
+  if (!design_.selection_formula.empty()) {
     if (!selection_) return NOERROR;  // a selection that does not compile selects nothing
     formula::ItemFields fields(*summary);
     formula::Evaluator evaluator(fields);
@@ -85,17 +92,17 @@ STATUS ViewIndex::apply(const store::NoteRecord& record, std::shared_ptr<const s
   entry.summary = summary;
   int split_column = -1;
   for (size_t i = 0; i < design_.columns.size(); ++i) {
-    const ColumnDesign& column = design_.columns[i];
+    const dxl::ColumnDesign& column = design_.columns[i];
     formula::ItemFields fields(*summary);
     Value value = Value::text("");
     if (column_formulas_[i]) {
       formula::Evaluator evaluator(fields);
       formula::EvalResult result = evaluator.run(*column_formulas_[i]);
       if (result.status == NOERROR && !result.value.is_error()) value = std::move(result.value);
-    } else if (!column.item.empty()) {
-      fields.get(column.item, value);
+    } else if (!column.item_name.empty()) {
+      fields.get(column.item_name, value);
     }
-    if (split_column < 0 && column.sorted && column.separate_entries && value.size() > 1) {
+    if (split_column < 0 && column.sort != dxl::ColumnSort::kNone && column.separate_values && value.size() > 1) {
       split_column = static_cast<int>(i);
     }
     entry.columns.push_back(std::move(value));
@@ -213,10 +220,10 @@ STATUS ViewIndex::refresh(store::Database& db) {
 }
 
 std::pair<size_t, size_t> ViewIndex::find(std::string_view key, bool case_insensitive, bool partial) const {
-  const int sorted = design_.first_sorted();
+  const int sorted = first_sorted();
   if (sorted < 0) return {0, 0};
   const auto column = static_cast<size_t>(sorted);
-  const int direction = design_.columns[column].descending ? -1 : 1;
+  const int direction = design_.columns[column].sort == dxl::ColumnSort::kDescending ? -1 : 1;
   // Where an entry lies relative to the key in the index's order.
   const auto place = [&](const Entry& e) {
     const Value& v = e.columns[column];
@@ -261,7 +268,7 @@ STATUS index_of(store::Database& db, NOTEID view_id, std::shared_ptr<ViewIndex>&
   if (!index) {
     store::Note view;
     if (STATUS status = db.read_note(view_id, 0, &view)) return status;
-    index = std::make_shared<ViewIndex>(read_view_design(view), stamp);
+    index = std::make_shared<ViewIndex>(dxl::read_view_design(view), stamp);
     std::lock_guard lock(registry_mutex);
     (*registry)[key] = index;
   }

@@ -2,6 +2,8 @@
 // process and brought up to date from the notes changed since the last
 // update, never by reading the whole database again.
 //
+// The view's design is read from its design note (dxl/view_design.h).
+// Categorized columns are sorted like others; the collection stays flat.
 // An index belongs to one view note of one database file and is shared
 // (index_of) by every collection and directory lookup on that view. It is
 // rebuilt from scratch only when the view's design note changes. Each entry
@@ -23,10 +25,10 @@
 
 #include "formula/syntax.h"
 #include "formula/value.h"
+#include "dxl/view_design.h"
 #include "global.h"
 #include "store/database.h"
 #include "store/item_codec.h"
-#include "views/view_design.h"
 
 namespace tarnwick::rt::views {
 
@@ -40,7 +42,7 @@ struct Entry {
 
 class ViewIndex {
  public:
-  ViewIndex(ViewDesign design, std::string design_stamp);
+  ViewIndex(dxl::ViewDesign design, std::string design_stamp);
 
   // Applies the notes of `db` changed since the last refresh (all notes the
   // first time).
@@ -49,7 +51,9 @@ class ViewIndex {
   std::unique_lock<std::mutex> lock() { return std::unique_lock<std::mutex>(mutex_); }
   // REQUIRES: lock() held.
   const std::vector<Entry>& entries() const { return entries_; }
-  const ViewDesign& design() const { return design_; }
+  const dxl::ViewDesign& design() const { return design_; }
+  // Index of the first sorted column, or -1.
+  int first_sorted() const;
   // Identifies the version of the view note the index was built for.
   const std::string& design_stamp() const { return design_stamp_; }
 
@@ -65,7 +69,7 @@ class ViewIndex {
   bool less(const Entry& a, const Entry& b) const;
 
   std::mutex mutex_;
-  ViewDesign design_;
+  dxl::ViewDesign design_;
   std::string design_stamp_;
   std::shared_ptr<const formula::Program> selection_;
   std::vector<std::shared_ptr<const formula::Program>> column_formulas_;
