@@ -246,7 +246,9 @@ STATUS index_of(store::Database& db, NOTEID view_id, std::shared_ptr<ViewIndex>&
   if (STATUS status = db.record_of(view_id, &record)) return status;
   if (record.deleted) return ERR_NOTE_DELETED;
   if ((record.note_class & NOTE_CLASS_VIEW) == 0) return ERR_NOT_FOUND;
-  const std::string key = db.file().string() + "#" + std::to_string(view_id);
+  int64_t database_id = 0;
+  if (STATUS status = db.meta_int("database_id", &database_id)) return status;
+  const std::string key = db.file().string() + "#" + std::to_string(database_id) + "#" + std::to_string(view_id);
   // A database made again under the same name has view notes of other times.
   const std::string stamp = std::to_string(record.sequence) + ":" + std::to_string(record.modified.Innards[0]) + ":" +
                             std::to_string(record.modified.Innards[1]);
