@@ -1,0 +1,22 @@
+// Text forms of numbers and times for @Text.
+//
+// Number formats combine G (general), F (fixed), S (scientific), C
+// (currency), a digit count, ',' (thousands), '%' (percent) and '()'
+// (negative numbers in parentheses): "C,2" gives "$1,234.50".
+// Time formats combine one code of each category: D0-D3 (date parts),
+// T0-T1 (time parts), Z0-Z2 (zone shown) and S0-S3 (date, time or both);
+// the default shows what the value has, with seconds.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "global.h"
+
+namespace tarnwick::rt::formula {
+
+std::string format_number(double n, std::string_view format);
+// ERR_TFMT for an unknown code, ERR_TDO_CONV for a value that is no time.
+STATUS format_time(const TIMEDATE& t, std::string_view format, std::string& out);
+
+}  // namespace tarnwick::rt::formula
