@@ -1,0 +1,151 @@
+// Databases as files: create, open, delete, paths, properties, bad files.
+#include <fstream>
+
+#include <gtest/gtest.h>
+
+#include "globerr.h"
+#include "nsfdb.h"
+#include "nsfnote.h"
+#include "store/test_data_dir.h"
+
+namespace {
+
+using tarnwick::rt::store::testing::DataDirTest;
+namespace fs = std::filesystem;
+
+class DatabaseTest : public DataDirTest {};
+
+TEST_F(DatabaseTest, CreateOpenCloseDeleteWithEitherSeparator) {
+  ASSERT_EQ(NSFDbCreate("mail\\jdoe.nsf", DBCLASS_BY_EXTENSION, FALSE), NOERROR);
+  EXPECT_TRUE(fs::exists(data_ / "mail" / "jdoe.nsf"));
+  EXPECT_EQ(NSFDbCreate("mail/jdoe.nsf", DBCLASS_BY_EXTENSION, FALSE), ERR_EXISTS);
+
+  DBHANDLE db = NULLHANDLE;
+  ASSERT_EQ(NSFDbOpen("mail/jdoe.nsf", &db), NOERROR);
+  EXPECT_NE(db, NULLHANDLE);
+  char canonical[MAXPATH];
+  char expanded[MAXPATH];
+  ASSERT_EQ(NSFDbPathGet(db, canonical, expanded), NOERROR);
+  EXPECT_STREQ(canonical, "mail/jdoe.nsf");
+  EXPECT_EQ(fs::path(expanded), data_ / "mail" / "jdoe.nsf");
+  EXPECT_EQ(NSFDbClose(db), NOERROR);
+  EXPECT_EQ(NSFDbClose(db), ERR_DB_NOT_OPEN) << "a closed handle is not live any more";
+  EXPECT_EQ(NSFDbClose(NULLHANDLE), NOERROR);
+
+  ASSERT_EQ(NSFDbDelete("mail\\jdoe.nsf"), NOERROR);
+  EXPECT_EQ(NSFDbOpen("mail\\jdoe.nsf", &db), ERR_NOEXIST);
+  EXPECT_EQ(db, NULLHANDLE);
+  EXPECT_EQ(NSFDbDelete("mail\\jdoe.nsf"), ERR_NOEXIST);
+}
+
+TEST_F(DatabaseTest, MissingAndForeignFilesGiveErrors) {
+  DBHANDLE db = NULLHANDLE;
+  EXPECT_EQ(NSFDbOpen("nothere.nsf", &db), ERR_NOEXIST);
+  EXPECT_EQ(NSFDbOpen("", &db), ERR_INV_FILE_NAME);
+  EXPECT_EQ(NSFDbOpen(nullptr, &db), ERR_INV_FILE_NAME);
+  EXPECT_EQ(NSFDbOpen(std::string(400, 'a').c_str(), &db), ERR_INV_FILE_NAME);
+  EXPECT_EQ(NSFDbOpen("x.nsf", nullptr), ERR_BAD_PARAM);
+
+  std::ofstream(data_ / "text.nsf") << "this is not a database at all, just some text that is long enough";
+  EXPECT_EQ(NSFDbOpen("text.nsf", &db), ERR_NOT_NSF);
+  std::ofstream(data_ / "empty.nsf");
+  EXPECT_NE(NSFDbOpen("empty.nsf", &db), NOERROR) << "an empty file is not a database";
+  fs::create_directories(data_ / "folder.nsf");
+  EXPECT_EQ(NSFDbOpen("folder.nsf", &db), ERR_DIRECTORY);
+
+  // A database whose pages were overwritten is refused or read as damaged, never a crash.
+  ASSERT_EQ(NSFDbCreate("damaged.nsf", 0, FALSE), NOERROR);
+  {
+    std::fstream file(data_ / "damaged.nsf", std::ios::in | std::ios::out | std::ios::binary);
+    file.seekp(0);
+    file << std::string(200, '\x5A');
+  }
+  EXPECT_EQ(NSFDbOpen("damaged.nsf", &db), ERR_NOT_NSF);
+}
+
+TEST_F(DatabaseTest, ForceCreationReplacesTheOldDatabase) {
+  ASSERT_EQ(NSFDbCreate("a.nsf", 0, FALSE), NOERROR);
+  DBHANDLE db = NULLHANDLE;
+  ASSERT_EQ(NSFDbOpen("a.nsf", &db), NOERROR);
+  NOTEHANDLE note = NULLHANDLE;
+  ASSERT_EQ(NSFNoteCreate(db, &note), NOERROR);
+  ASSERT_EQ(NSFNoteUpdate(note, 0), NOERROR);
+  NOTEID id = 0;
+  NSFNoteGetInfo(note, _NOTE_ID, &id);
+  NSFNoteClose(note);
+  NSFDbClose(db);
+
+  ASSERT_EQ(NSFDbCreate("a.nsf", 0, TRUE), NOERROR);
+  ASSERT_EQ(NSFDbOpen("a.nsf", &db), NOERROR);
+  EXPECT_EQ(NSFNoteOpen(db, id, 0, &note), ERR_INVALID_NOTE) << "a pooled connection must not see the old file";
+  NSFDbClose(db);
+}
+
+TEST_F(DatabaseTest, ReopeningAfterDeleteAndRecreateSeesTheNewFile) {
+  for (int round = 0; round < 3; ++round) {
+    ASSERT_EQ(NSFDbCreate("cycle.nsf", 0, FALSE), NOERROR);
+    DBHANDLE db = NULLHANDLE;
+    ASSERT_EQ(NSFDbOpen("cycle.nsf", &db), NOERROR);
+    NOTEHANDLE note = NULLHANDLE;
+    ASSERT_EQ(NSFNoteCreate(db, &note), NOERROR);
+    ASSERT_EQ(NSFItemSetText(note, "Round", std::to_string(round).c_str(), MAXWORD), NOERROR);
+    ASSERT_EQ(NSFNoteUpdate(note, 0), NOERROR);
+    NOTEID id = 0;
+    NSFNoteGetInfo(note, _NOTE_ID, &id);
+    NSFNoteClose(note);
+    NSFDbClose(db);
+
+    ASSERT_EQ(NSFDbOpen("cycle.nsf", &db), NOERROR);
+    ASSERT_EQ(NSFNoteOpen(db, id, 0, &note), NOERROR);
+    char text[16];
+    NSFItemGetText(note, "Round", text, sizeof text);
+    EXPECT_EQ(std::string(text), std::to_string(round));
+    NSFNoteClose(note);
+    NSFDbClose(db);
+    ASSERT_EQ(NSFDbDelete("cycle.nsf"), NOERROR);
+  }
+}
+
+TEST_F(DatabaseTest, BuildVersionAndIdentityArePerDatabaseAndPersist) {
+  ASSERT_EQ(NSFDbCreate("log.nsf", 0, FALSE), NOERROR);
+  ASSERT_EQ(NSFDbCreate("other.nsf", 0, FALSE), NOERROR);
+  DBHANDLE log = NULLHANDLE;
+  DBHANDLE other = NULLHANDLE;
+  ASSERT_EQ(NSFDbOpen("log.nsf", &log), NOERROR);
+  ASSERT_EQ(NSFDbOpen("other.nsf", &other), NOERROR);
+  WORD build = 0;
+  ASSERT_EQ(NSFDbGetBuildVersion(log, &build), NOERROR);
+  EXPECT_EQ(build, TARNWICK_DB_BUILD_VERSION);
+  ASSERT_EQ(TarnwickDbSetBuildVersion(log, 399), NOERROR);
+
+  DBREPLICAINFO first{};
+  DBREPLICAINFO second{};
+  ASSERT_EQ(NSFDbReplicaInfoGet(log, &first), NOERROR);
+  ASSERT_EQ(NSFDbReplicaInfoGet(other, &second), NOERROR);
+  EXPECT_FALSE(first.ID.Innards[0] == second.ID.Innards[0] && first.ID.Innards[1] == second.ID.Innards[1]);
+  NSFDbClose(log);
+  NSFDbClose(other);
+
+  ASSERT_EQ(NSFDbOpen("log.nsf", &log), NOERROR);
+  ASSERT_EQ(NSFDbGetBuildVersion(log, &build), NOERROR);
+  EXPECT_EQ(build, 399);
+  DBREPLICAINFO again{};
+  ASSERT_EQ(NSFDbReplicaInfoGet(log, &again), NOERROR);
+  EXPECT_EQ(again.ID.Innards[0], first.ID.Innards[0]);
+  EXPECT_EQ(again.ID.Innards[1], first.ID.Innards[1]);
+  NSFDbClose(log);
+
+  EXPECT_EQ(NSFDbGetBuildVersion(log, &build), ERR_DB_NOT_OPEN);
+  EXPECT_EQ(NSFDbGetBuildVersion(12345, &build), ERR_DB_NOT_OPEN);
+}
+
+TEST_F(DatabaseTest, AbsolutePathsAreTakenAsGiven) {
+  const fs::path outside = root_ / "elsewhere" / "abs.nsf";
+  ASSERT_EQ(NSFDbCreate(outside.c_str(), 0, FALSE), NOERROR);
+  DBHANDLE db = NULLHANDLE;
+  ASSERT_EQ(NSFDbOpen(outside.c_str(), &db), NOERROR);
+  NSFDbClose(db);
+  EXPECT_FALSE(fs::exists(data_ / "elsewhere"));
+}
+
+}  // namespace

@@ -1,0 +1,66 @@
+// Identifiers and unique timestamps of the store (see ids.h).
+#include "store/ids.h"
+
+#include <sys/random.h>
+
+#include <atomic>
+#include <mutex>
+#include <random>
+
+#include "ostime.h"
+
+namespace tarnwick::rt::store {
+
+uint64_t random64() {
+  uint64_t value = 0;
+  if (getrandom(&value, sizeof(value), 0) == static_cast<ssize_t>(sizeof(value))) return value;
+  thread_local std::mt19937_64 fallback{std::random_device{}()};
+  return fallback();
+}
+
+int64_t pack_timedate(const TIMEDATE& td) {
+  return static_cast<int64_t>((static_cast<uint64_t>(td.Innards[1]) << 32) | td.Innards[0]);
+}
+
+TIMEDATE unpack_timedate(int64_t packed) {
+  const auto bits = static_cast<uint64_t>(packed);
+  TIMEDATE td;
+  td.Innards[0] = static_cast<DWORD>(bits & 0xFFFFFFFFu);
+  td.Innards[1] = static_cast<DWORD>(bits >> 32);
+  return td;
+}
+
+int64_t moment_of(const TIMEDATE& td) {
+  if (td.Innards[0] == ALLDAY || td.Innards[1] == ANYDAY) return 0;
+  return static_cast<int64_t>(td.Innards[1] & TIMEDATE_JULIAN_MASK) * TICKS_IN_DAY + td.Innards[0];
+}
+
+TIMEDATE unique_now() {
+  static std::mutex mutex;
+  static int64_t last_moment = 0;
+  // The clock is read under the lock too: one reader at a time keeps the
+  // C library's time-zone state (which it guards with a lock the thread
+  // sanitizer cannot see) out of reach of concurrent store calls.
+  std::lock_guard lock(mutex);
+  TIMEDATE now;
+  OSCurrentTIMEDATE(&now);
+  if (moment_of(now) <= last_moment) {
+    // Step to the next hundredth after the last one handed out.
+    const int64_t next = last_moment + 1;
+    now.Innards[1] = (now.Innards[1] & ~TIMEDATE_JULIAN_MASK) | static_cast<DWORD>(next / TICKS_IN_DAY);
+    now.Innards[0] = static_cast<DWORD>(next % TICKS_IN_DAY);
+  }
+  last_moment = moment_of(now);
+  return now;
+}
+
+UNIVERSALNOTEID new_unid() {
+  UNIVERSALNOTEID unid;
+  const uint64_t file = random64();
+  unid.File.Innards[0] = static_cast<DWORD>(file);
+  unid.File.Innards[1] = static_cast<DWORD>(file >> 32);
+  unid.Note = unique_now();
+  return unid;
+}
+
+}  // namespace tarnwick::rt::store
