@@ -26,7 +26,8 @@ class IPOOOTest : public ::testing::Test {
             ::testing::UnitTest::GetInstance()->current_test_info()->name());
     std::filesystem::create_directories(dir_);
     std::ofstream(dir_ / "notes.ini") << "Directory=" << dir_.string() << "\nServerName=CN=Srv1/O=Org\n";
-    std::string ini = "=" + (dir_ / "notes.ini").string();
+    std::string ini = (dir_ / "notes.ini").string();
+    ini.insert(ini.begin(), '=');
     char* argv[] = {const_cast<char*>("test"), ini.data()};
     ASSERT_EQ(NotesInitExtended(2, argv), NOERROR);
     ASSERT_EQ(MQCreate(kReplyQueue, 0, 0), NOERROR);
@@ -59,23 +60,17 @@ class IPOOOTest : public ::testing::Test {
 
 TEST_F(IPOOOTest, ResetClosesAndClearsTheRequest) {
   IPOOO context;
-  context.Username = "u";
-  context.MQName = "q";
-  context.MailServer = "s";
-  context.MailBox = "m";
-  context.Message = "msg";
-  context.AppendSubjectDate = "a";
-  context.DaysOut = "d";
-  context.QueryUser = "qu";
-  context.LoginName = "ln";
-  context.LoginServer = "ls";
+  const std::string value = "value";
+  for (std::string* text : {&context.Username, &context.MQName, &context.MailServer, &context.MailBox,
+                            &context.Message, &context.AppendSubjectDate, &context.DaysOut, &context.QueryUser,
+                            &context.LoginName, &context.LoginServer, &context.Subject, &context.ShowHours}) {
+    *text = value;
+  }
   context.OOOEnable = true;
-  context.Subject = "subject";
-  context.ShowHours = "1";
   context.Action = 2;
 
   context.reset(0);
-  EXPECT_EQ(context.Username, "u");
+  EXPECT_EQ(context.Username, value);
   EXPECT_TRUE(context.OOOEnable);
 
   context.reset(1);
@@ -86,8 +81,8 @@ TEST_F(IPOOOTest, ResetClosesAndClearsTheRequest) {
   }
   EXPECT_FALSE(context.OOOEnable);
   // Not part of a reset: the next request's document sets them.
-  EXPECT_EQ(context.Subject, "subject");
-  EXPECT_EQ(context.ShowHours, "1");
+  EXPECT_EQ(context.Subject, value);
+  EXPECT_EQ(context.ShowHours, value);
   EXPECT_EQ(context.Action, 2);
 }
 

@@ -120,7 +120,7 @@ class TaskHost {
   STATUS createRequestQueue();
   void idleLoop();
   void pacedRound();
-  void fastRound();
+  bool fastRound();
   // Takes one message into record_ and prepares the record; false when the
   // round has nothing to hand over (status_ tells why).
   bool receiveMessage();
@@ -222,18 +222,18 @@ void TaskHost::pacedRound() {
 }
 
 // Messages as they arrive, at most workers_ running; each worker owns a heap
-// copy of the record from its start.
-void TaskHost::fastRound() {
+// copy of the record from its start. The XML toolkit stays initialised
+// through the loop's own context (see idleLoop).
+bool TaskHost::fastRound() {
   if (MQIsQuitPending(requestQueue_)) {
     status_ = ERR_MQ_QUITTING;
-    return;
+    return false;
   }
-  if (!limit_->acquireFor(std::chrono::seconds(1))) return;
+  if (!limit_->acquireFor(std::chrono::seconds(1))) return false;
   if (!receiveMessage()) {
     limit_->release();
-    return;
+    return false;
   }
-  IPOOO toolkitHolder;
   auto* owned = new OwnedRequest{record_, limit_};
   pthread_t thread;
   if (pthread_create(&thread, nullptr, runOwnedRequest, owned) == 0) {
@@ -242,14 +242,22 @@ void TaskHost::fastRound() {
     delete owned;
     limit_->release();
   }
+  return true;
 }
 
-// AddInIdle gives up the processor for a moment in every round, so rounds
-// that end without work do not spin.
+// AddInIdle gives up the processor for a moment, so rounds that end without
+// work do not spin.
 void TaskHost::idleLoop() {
+  // With the worker pool one context lives as long as the loop: the toolkit
+  // then never falls back to uninitialised between two requests, which
+  // would make every request pay for its whole initialisation again.
+  std::unique_ptr<IPOOO> toolkitHolder;
+  if (workers_ > 0) toolkitHolder = std::make_unique<IPOOO>();
   while (!AddInIdle()) {
     if (workers_ > 0) {
-      fastRound();
+      // Rounds follow each other without a pause while messages come.
+      while (fastRound() && !AddInShouldTerminate()) {
+      }
     } else {
       pacedRound();
     }

@@ -26,6 +26,20 @@ namespace {
 
 using namespace std::chrono_literals;
 
+// "=<path>", the argument that names a notes.ini.
+std::string iniArgument(const std::filesystem::path& ini) {
+  std::string argument = ini.string();
+  argument.insert(argument.begin(), '=');
+  return argument;
+}
+
+// A console line of the task: "Tarnwick: <text>".
+std::string taskLine(const std::string& text) {
+  std::string line = "Tarnwick: ";
+  line += text;
+  return line;
+}
+
 std::string statusText(STATUS status) {
   char text[256] = {0};
   OSLoadString(NULLHANDLE, status, text, sizeof text);
@@ -41,7 +55,7 @@ class TaskProcessConcurrency : public ::testing::Test {
     std::filesystem::remove_all(dir_);
     std::filesystem::create_directories(dir_);
     writeIni("");
-    std::string ini = "=" + (dir_ / "notes.ini").string();
+    std::string ini = iniArgument(dir_ / "notes.ini");
     char* argv[] = {const_cast<char*>("test"), ini.data()};
     ASSERT_EQ(NotesInitExtended(2, argv), NOERROR);
   }
@@ -60,7 +74,7 @@ class TaskProcessConcurrency : public ::testing::Test {
   }
 
   void startTask() {
-    std::string ini = "=" + (dir_ / "notes.ini").string();
+    std::string ini = iniArgument(dir_ / "notes.ini");
     std::string binary = TARNWICK_TASK_BINARY;
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
@@ -178,7 +192,7 @@ TEST_F(TaskProcessConcurrency, StartsServesAndStops) {
   EXPECT_EQ(stopTask(), 0);
   const std::string all = console();
   EXPECT_NE(all.find("Tarnwick: Shutdown Complete"), std::string::npos) << all;
-  EXPECT_EQ(all.find("Tarnwick: " + statusText(ERR_MQ_EMPTY)), std::string::npos) << all;
+  EXPECT_EQ(all.find(taskLine(statusText(ERR_MQ_EMPTY))), std::string::npos) << all;
   // The task's queues are gone with it (this process holds no handle to the
   // servlet list).
   MQHANDLE gone = NULLHANDLE;
@@ -194,8 +208,8 @@ TEST_F(TaskProcessConcurrency, ExistingRequestQueueEndsTheStart) {
   pid_ = -1;
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
   const std::string all = console();
-  EXPECT_NE(all.find("Tarnwick: " + statusText(ERR_DUPLICATE_MQ)), std::string::npos) << all;
-  EXPECT_LT(all.find("Tarnwick: Program Version"), all.find("Tarnwick: " + statusText(ERR_DUPLICATE_MQ)));
+  EXPECT_NE(all.find(taskLine(statusText(ERR_DUPLICATE_MQ))), std::string::npos) << all;
+  EXPECT_LT(all.find("Tarnwick: Program Version"), all.find(taskLine(statusText(ERR_DUPLICATE_MQ))));
 }
 
 TEST_F(TaskProcessConcurrency, PendingQuitIsReportedAtShutdown) {
@@ -206,7 +220,7 @@ TEST_F(TaskProcessConcurrency, PendingQuitIsReportedAtShutdown) {
   std::this_thread::sleep_for(1500ms);  // at least one round sees the quit
   EXPECT_EQ(stopTask(), 0);
   const std::string all = console();
-  const size_t quitting = all.find("Tarnwick: " + statusText(ERR_MQ_QUITTING));
+  const size_t quitting = all.find(taskLine(statusText(ERR_MQ_QUITTING)));
   ASSERT_NE(quitting, std::string::npos) << all;
   EXPECT_LT(quitting, all.find("Tarnwick: Shutdown Complete"));
 }
@@ -219,9 +233,13 @@ TEST_F(TaskProcessConcurrency, WorkerPoolAnswersEveryRequest) {
   MQHANDLE replies = makeQueue("MQ$OOOServletList_1");
   constexpr int kRequests = 12;
   for (int i = 0; i < kRequests; ++i) {
-    submit(requests, writeRequest("w" + std::to_string(i) + ".xml",
-                                  "<Username MQName='MQ$OOOServletList_1' StartTimeMonth='1" + std::to_string(3 + i) +
-                                      "'>u</Username>"));
+    std::string name = "w";
+    name += std::to_string(i);
+    name += ".xml";
+    std::string xml = "<Username MQName='MQ$OOOServletList_1' StartTimeMonth='";
+    xml += std::to_string(13 + i);
+    xml += "'>u</Username>";
+    submit(requests, writeRequest(name, xml));
   }
   for (int i = 0; i < kRequests; ++i) {
     EXPECT_EQ(nextMessage(replies, 20000), "receiveElements:The leaving date is invalid..") << i;
