@@ -13,6 +13,8 @@
 
 #include "globerr.h"
 #include "mq.h"
+#include "nsfdb.h"
+#include "nsfnote.h"
 #include "osenv.h"
 
 namespace {
@@ -84,6 +86,26 @@ TEST_F(IPOOOTest, ResetClosesAndClearsTheRequest) {
   EXPECT_EQ(context.Subject, value);
   EXPECT_EQ(context.ShowHours, value);
   EXPECT_EQ(context.Action, 2);
+}
+
+TEST_F(IPOOOTest, ResetClosesTheHandlesTheRequestOpened) {
+  ASSERT_EQ(NSFDbCreate("mail/jdoe.nsf", DBCLASS_NOTEFILE, FALSE), NOERROR);
+  IPOOO context;
+  ASSERT_EQ(NSFDbOpen("mail/jdoe.nsf", &context.hMailDb), NOERROR);
+  ASSERT_EQ(NSFNoteCreate(context.hMailDb, &context.hProfile), NOERROR);
+  ASSERT_EQ(NSFNoteCreate(context.hMailDb, &context.hServiceProfile), NOERROR);
+  const DBHANDLE db = context.hMailDb;
+  const NOTEHANDLE profile = context.hProfile;
+  const NOTEHANDLE serviceProfile = context.hServiceProfile;
+
+  context.reset(0);
+  EXPECT_EQ(context.hMailDb, NULLHANDLE);
+  EXPECT_EQ(context.hProfile, NULLHANDLE);
+  EXPECT_EQ(context.hServiceProfile, NULLHANDLE);
+  // Closed already: a second close is refused.
+  EXPECT_NE(NSFNoteClose(profile), NOERROR);
+  EXPECT_NE(NSFNoteClose(serviceProfile), NOERROR);
+  EXPECT_NE(NSFDbClose(db), NOERROR);
 }
 
 TEST_F(IPOOOTest, ErrorTextIgnoresTheStatusFlagBits) {

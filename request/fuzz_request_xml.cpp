@@ -4,16 +4,36 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 
 #include "request/IPOOO.h"
 
+namespace {
+
+// The request file every input is written to; removed when the run ends.
+char g_requestPath[4096];
+
+void removeRequestFile() { std::remove(g_requestPath); }
+
+std::string requestPath() {
+  if (g_requestPath[0] == '\0') {
+    std::string name = "tarnwick_fuzz_request_";
+    name += std::to_string(::getpid());
+    name += ".xml";
+    std::snprintf(g_requestPath, sizeof g_requestPath, "%s",
+                  (std::filesystem::temp_directory_path() / name).c_str());
+    std::atexit(removeRequestFile);
+  }
+  return g_requestPath;
+}
+
+}  // namespace
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static IPOOO* context = new IPOOO;  // kept: the toolkit stays initialised
-  static std::string path =
-      (std::filesystem::temp_directory_path() / ("tarnwick_fuzz_request_" + std::to_string(::getpid()) + ".xml"))
-          .string();
+  std::string path = requestPath();
   std::FILE* file = std::fopen(path.c_str(), "wb");
   if (file == nullptr) return 0;
   std::fwrite(data, 1, size, file);

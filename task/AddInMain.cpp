@@ -205,7 +205,8 @@ bool TaskHost::receiveMessage() {
 }
 
 // One message a second; the worker copies the shared record during the
-// one-second sleep that follows its start.
+// one-second sleep that follows its start. Workers are never waited for;
+// they are detached so that each one's thread resources go when it ends.
 void TaskHost::pacedRound() {
   if (AddInSecondsHaveElapsed(60)) return;
   if (!AddInSecondsHaveElapsed(1)) return;

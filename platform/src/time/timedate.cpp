@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <mutex>
 
 #include "ostime.h"
 
@@ -69,6 +70,11 @@ CivilTime civil_from_ticks(int64_t ticks) {
 }
 
 LocalZone local_zone(std::time_t around) {
+  // mktime re-reads the zone settings each time (without TZ it frees and
+  // copies the zone name); the C library serialises that with a lock of its
+  // own that thread checkers cannot see, so the runtime takes one too.
+  static std::mutex zone_mutex;
+  std::lock_guard lock(zone_mutex);
   std::tm now{};
   localtime_r(&around, &now);
   // The standard offset is the smaller of the winter and summer offsets:
