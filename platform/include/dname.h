@@ -3,7 +3,11 @@
  * their components.
  *
  * A name without '/' and without labels is a common (flat) name and is passed
- * through unchanged. '$' escapes '/' and '=' inside a value. Thread-safe. */
+ * through unchanged, as is any name that is not made of CN, up to DN_OUNITS
+ * OUs, O and C (other labels, Internet addresses, country-first names).
+ * In an abbreviated name of three or more parts, a last part of exactly two
+ * letters is the country. '$' escapes '/' and '=' inside a value. Text is
+ * LMBCS. Thread-safe. */
 #ifndef TARNWICK_DNAME_H
 #define TARNWICK_DNAME_H
 
@@ -82,13 +86,15 @@ typedef struct {
   char *OUExt[DN_OUS_EXT];
 } DN_COMPONENTS;
 
-/* Output is NUL-terminated and cut to OutSize-1 bytes. TemplateName may be
- * NULL. */
+/* Output is NUL-terminated and cut to OutSize-1 bytes (never inside a
+ * character). TemplateName may be NULL; it completes names written as
+ * "Common Name/". NULL names or buffers, or OutSize 0, give ERR_BAD_PARAM. */
 STATUS LNPUBLIC DNCanonicalize(DWORD Flags, const char *TemplateName, const char *InName, char *OutName,
                                WORD OutSize, WORD *OutLength);
 STATUS LNPUBLIC DNAbbreviate(DWORD Flags, const char *TemplateName, const char *InName, char *OutName,
                              WORD OutSize, WORD *OutLength);
-/* CompSize must be sizeof(DN_COMPONENTS), else ERR_DN_COMP_VERSION. */
+/* CompSize must be sizeof(DN_COMPONENTS), else ERR_DN_COMP_VERSION. A name
+ * with more than DN_OUNITS OUs gives ERR_DN_PARSE. */
 STATUS LNPUBLIC DNParse(DWORD Flags, const char *TemplateName, const char *InName, DN_COMPONENTS *Comp,
                         WORD CompSize);
 

@@ -1,8 +1,14 @@
 /* International settings: date order and separators, AM/PM strings, 12 or 24
  * hour clock, currency and number punctuation, the local zone.
  *
- * Values come from notes.ini (the variables named in the runtime's
- * environment code) with US-style defaults. Thread-safe. */
+ * Values come from notes.ini (DateOrder=MDY|DMY|YMD, DateSeparator,
+ * TimeSeparator, ClockType=12_HOUR|24_HOUR, AMString, PMString,
+ * FourDigitYear, DecimalSymbol, ThousandsSeparator, CurrencySymbol,
+ * CurrencyDigits, CurrencyPosition=PREFIX|SUFFIX, CurrencySpace,
+ * TodayString, YesterdayString, TomorrowString) with US-style defaults;
+ * TimeZone and DAYLIGHT_SAVINGS come from the operating system's zone.
+ * OSGetIntlSettings copies at most BufferSize bytes and sets Length to that
+ * size. Thread-safe. */
 #ifndef TARNWICK_INTL_H
 #define TARNWICK_INTL_H
 

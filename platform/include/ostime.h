@@ -6,7 +6,10 @@
  * platform does: positive west of GMT (EST = 5), negative east (CET = -1);
  * half and quarter hours use four digits, minutes in the high two
  * (-3005 = 5:30 east). The Time* conversions return FALSE on success and TRUE
- * on failure, as on the platform. All calls are thread-safe. */
+ * on failure, as on the platform. A date-only value {ALLDAY, Julian day} and
+ * a time-only value {ticks, ANYDAY} carry no zone: they keep the calendar
+ * date or wall-clock time they were made with. Comparisons treat a wildcard
+ * part as matching. All calls are thread-safe. */
 #ifndef TARNWICK_OSTIME_H
 #define TARNWICK_OSTIME_H
 
@@ -56,6 +59,9 @@ BOOL LNPUBLIC TimeGMToLocal(TIME *Time);
 BOOL LNPUBLIC TimeGMToLocalZone(TIME *Time);
 void LNPUBLIC TimeExtractLocal(const TIMEDATE *Time, BOOL fTime, TIMEDATE *retTime);
 
+/* Seconds, minutes and hours are elapsed time; days, months and years move
+ * along the local calendar keeping the local clock time (across a daylight
+ * saving change too); 31 January + 1 month = the last day of February. */
 BOOL LNPUBLIC TimeDateAdjust(TIMEDATE *Time, int seconds, int minutes, int hours, int days, int months, int years);
 STATUS LNPUBLIC TimeDateIncrement(TIMEDATE *Time, LONG Interval);
 LONG LNPUBLIC TimeDateDifference(const TIMEDATE *t1, const TIMEDATE *t2);

@@ -118,6 +118,7 @@ constexpr StatusText kStatusTexts[] = {
     {ERR_COMPUTE_TIMEOUT, "The formula has exceeded the maximum execution time."},
     {ERR_COMPUTE_MEMORY_MAX, "The formula has exceeded the maximum allowable memory usage."},
     {ERR_COMPUTE_STACK_OVERFLOW, "Stack overflow evaluating formula. Try simplifying the formula."},
+    {ERR_ODS_NO_SUCH_ENTRY, "No such entry"},
     {ERR_AGENT_SEC_CONFIGURATION, "Error in agent security configuration. Please contact your administrator.  Server log contains additional details."},
     {ERR_SERVER_NOT_FOUND, "Unable to find path to server. Check that your network connection is working."},
     {ERR_SERVER_NOT_RESPONDING, "The server is not responding. The server may be down or you may be experiencing network problems. Contact your system administrator if this problem persists."},

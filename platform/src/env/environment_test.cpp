@@ -25,7 +25,8 @@ class EnvironmentTest : public ::testing::Test {
     fs::create_directories(dir_);
     ini_ = dir_ / "notes.ini";
     std::ofstream(ini_) << "[Notes]\nDirectory=data\nServerName=CN=Mail1/O=Acme\nOOOWorkers = 8 \n; a comment\n";
-    std::string arg = "=" + ini_.string();
+    std::string arg = ini_.string();
+    arg.insert(arg.begin(), '=');
     char program[] = "test";
     char* argv[] = {program, arg.data()};
     ASSERT_EQ(NotesInitExtended(2, argv), NOERROR);

@@ -33,6 +33,41 @@ void civil_from_julian(DWORD julian, int& year, int& month, int& day) {
   year = static_cast<int>(yoe + era * 400 + (month <= 2 ? 1 : 0));
 }
 
+bool is_leap_year(int year) { return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0; }
+
+int days_in_month(int year, int month) {
+  static constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  if (month < 1 || month > 12) return 0;
+  return month == 2 && is_leap_year(year) ? 29 : kDays[month - 1];
+}
+
+int weekday_of_julian(DWORD julian) { return static_cast<int>((julian + 1) % 7) + 1; }
+
+bool is_valid_civil(const CivilTime& c) {
+  return c.year >= 1 && c.year <= kMaxYear && c.month >= 1 && c.month <= 12 && c.day >= 1 &&
+         c.day <= days_in_month(c.year, c.month) && c.hour >= 0 && c.hour <= 23 && c.minute >= 0 && c.minute <= 59 &&
+         c.second >= 0 && c.second <= 59 && c.hundredth >= 0 && c.hundredth <= 99;
+}
+
+int64_t ticks_from_civil(const CivilTime& c) {
+  const int64_t days = static_cast<int64_t>(julian_day(c.year, c.month, c.day)) - kJulianDayOf1970;
+  return days * kTicksPerDay + ((c.hour * 60 + c.minute) * 60 + c.second) * kTicksPerSecond + c.hundredth;
+}
+
+CivilTime civil_from_ticks(int64_t ticks) {
+  CivilTime c;
+  const int64_t days = floor_div(ticks, kTicksPerDay);
+  int64_t rest = ticks - days * kTicksPerDay;
+  civil_from_julian(static_cast<DWORD>(days + kJulianDayOf1970), c.year, c.month, c.day);
+  c.hundredth = static_cast<int>(rest % 100);
+  rest /= 100;
+  c.second = static_cast<int>(rest % 60);
+  rest /= 60;
+  c.minute = static_cast<int>(rest % 60);
+  c.hour = static_cast<int>(rest / 60);
+  return c;
+}
+
 LocalZone local_zone(std::time_t around) {
   std::tm now{};
   localtime_r(&around, &now);
@@ -72,6 +107,44 @@ int zone_number(int standard_offset_seconds) {
   const int magnitude = std::abs(standard_offset_seconds);
   const int number = magnitude / 3600 + ((magnitude % 3600) / 60) * 100;
   return standard_offset_seconds > 0 ? -number : number;
+}
+
+LocalZone zone_from_bits(DWORD date_word) {
+  const int hours = static_cast<int>((date_word & TIMEDATE_HOURS_MASK) >> 24);
+  const int quarters = static_cast<int>((date_word & TIMEDATE_QUARTERS_MASK) >> 28);
+  const int magnitude = hours * 3600 + quarters * 900;
+  return LocalZone{(date_word & TIMEDATE_EAST_MASK) != 0 ? magnitude : -magnitude,
+                   (date_word & TIMEDATE_DST_MASK) != 0};
+}
+
+std::optional<int> offset_from_zone_number(int zone) {
+  const int magnitude = std::abs(zone);
+  const int hours = magnitude % 100;
+  const int minutes = magnitude / 100;
+  if (hours > 14 || (minutes != 0 && minutes != 15 && minutes != 30 && minutes != 45)) return std::nullopt;
+  const int seconds = hours * 3600 + minutes * 60;
+  return zone > 0 ? -seconds : seconds;
+}
+
+bool is_complete_instant(const TIMEDATE& td) {
+  if (!has_time(td) || !has_date(td)) return false;
+  const DWORD julian = julian_of(td);
+  return td.Innards[0] < static_cast<DWORD>(kTicksPerDay) && julian >= kJulianDayOfYear1 &&
+         julian <= julian_day(kMaxYear, 12, 31);
+}
+
+int64_t instant_ticks(const TIMEDATE& td) {
+  return (static_cast<int64_t>(julian_of(td)) - kJulianDayOf1970) * kTicksPerDay + td.Innards[0];
+}
+
+std::optional<TIMEDATE> timedate_from_instant(int64_t gmt_ticks, DWORD zone_word_bits) {
+  const int64_t days = floor_div(gmt_ticks, kTicksPerDay);
+  const int64_t julian = days + kJulianDayOf1970;
+  if (julian < kJulianDayOfYear1 || julian > julian_day(kMaxYear, 12, 31)) return std::nullopt;
+  TIMEDATE td;
+  td.Innards[0] = static_cast<DWORD>(gmt_ticks - days * kTicksPerDay);
+  td.Innards[1] = static_cast<DWORD>(julian) | zone_word_bits;
+  return td;
 }
 
 TIMEDATE timedate_from_unix(int64_t unix_seconds, int hundredths, DWORD zone_word_bits) {

@@ -1,4 +1,5 @@
 #include "time/timedate.h"
+#include "time/scoped_time_zone.h"
 
 #include <cstdlib>
 #include <ctime>
@@ -11,29 +12,6 @@
 namespace {
 
 using namespace tarnwick::rt;
-
-class ScopedTimeZone {
- public:
-  explicit ScopedTimeZone(const char* tz) {
-    const char* old = std::getenv("TZ");
-    had_old_ = old != nullptr;
-    if (had_old_) old_ = old;
-    setenv("TZ", tz, 1);
-    tzset();
-  }
-  ~ScopedTimeZone() {
-    if (had_old_) {
-      setenv("TZ", old_.c_str(), 1);
-    } else {
-      unsetenv("TZ");
-    }
-    tzset();
-  }
-
- private:
-  bool had_old_ = false;
-  std::string old_;
-};
 
 TEST(JulianDays, KnownDatesAndRoundTripOverCenturies) {
   EXPECT_EQ(julian_day(1970, 1, 1), 2440588u);
@@ -55,11 +33,11 @@ TEST(CurrentTime, ZoneBitsFollowTheOperatingSystemZone) {
     int zone;
     int dst;
   } cases[] = {
-      {"America/New_York", 0x85, 5, 1},   // 5 h west, observes DST
-      {"Asia/Kolkata", 0x65, -3005, 0},   // 5:30 east, no DST
-      {"Australia/Sydney", 0xCA, -10, 1}, // 10 h east, observes DST
+      {"America/New_York", 0x85, 5, 1},    // 5 h west, observes DST
+      {"Asia/Kolkata", 0x65, -3005, 0},    // 5:30 east, no DST
+      {"Australia/Sydney", 0xCA, -10, 1},  // 10 h east, observes DST
       {"UTC", 0x00, 0, 0},
-      {"America/St_Johns", 0xA3, 3003, 1}, // 3:30 west, observes DST
+      {"America/St_Johns", 0xA3, 3003, 1},  // 3:30 west, observes DST
   };
   for (const auto& c : cases) {
     ScopedTimeZone zone(c.tz);
