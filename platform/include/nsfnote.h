@@ -105,8 +105,9 @@ TARNWICK_EXTERN_C_BEGIN
 #define UPDATE_DELETED 0x8000
 #define UPDATE_DUPLICATES 0
 
-/* Limits: item names, and the summary items of one note together. */
-#define MAXITEMNAME 255
+/* Limits: item names (longer: ERR_FIELDNAME_TOO_LONG), and the summary
+ * items of one note together. */
+#define MAXITEMNAME 250
 #define MAXSUMMARYSIZE 32768u
 /* Largest single item value the runtime accepts. */
 #define MAXITEMVALUE (16u * 1024u * 1024u)
@@ -120,8 +121,9 @@ STATUS LNPUBLIC NSFNoteOpenExt(DBHANDLE hDB, NOTEID NoteID, DWORD OpenFlags, NOT
 /* Unknown UNID: ERR_NOT_FOUND. */
 STATUS LNPUBLIC NSFNoteOpenByUNID(DBHANDLE hDB, const UNIVERSALNOTEID *pUNID, WORD OpenFlags, NOTEHANDLE *rethNote);
 STATUS LNPUBLIC NSFNoteClose(NOTEHANDLE hNote);
-/* Writes the note: a new note (note ID 0) is added; otherwise the stored
- * note is replaced. Bumps the sequence and sets sequence time and modified
+/* Writes the note: a new note (note ID 0) is added (ERR_DUPLICATE_UNID when
+ * its UNID is stored already, unless UPDATE_FORCE, which replaces that
+ * note); otherwise the stored note is replaced. Bumps the sequence and sets sequence time and modified
  * time. ERR_SUMMARY_TOO_BIG when the summary items exceed MAXSUMMARYSIZE. */
 STATUS LNPUBLIC NSFNoteUpdate(NOTEHANDLE hNote, WORD UpdateFlags);
 STATUS LNPUBLIC NSFNoteUpdateExtended(NOTEHANDLE hNote, DWORD UpdateFlags);
@@ -191,6 +193,21 @@ STATUS LNPUBLIC NSFItemInfoNext(NOTEHANDLE hNote, BLOCKID NextItem, const char *
 void LNPUBLIC NSFItemQuery(NOTEHANDLE hNote, BLOCKID bhItem, char *retItemName, WORD ItemNameBufferLength,
                            WORD *retItemNameLength, WORD *retItemFlags, WORD *retDataType, BLOCKID *retbhValue,
                            DWORD *retValueLength);
+
+/* Signing. NSFNoteSign signs the items flagged ITEM_SIGN (in note order,
+ * each in its contracted form, so a signature made on an expanded note holds
+ * after NSFNoteContract) with the server's key (kfm.h) and stores the
+ * signature as "$Signature" (TYPE_SIGNATURE, ITEM_SEAL), replacing an older
+ * one. ERR_NOEXIST when the server has no ID file. */
+STATUS LNPUBLIC NSFNoteSign(NOTEHANDLE hNote);
+/* Checks the "$Signature" of the note (SignatureItemName must be NULL):
+ * ERR_NOTE_NOT_SIGNED without one, ERR_NOTE_INVSIG5 for a damaged one,
+ * ERR_NOTE_INVSIG2 when a signed item changed, ERR_NOTE_INVSIG3 when the
+ * signer claims the server's name with another key. retWhenSigned,
+ * retSigner (MAXUSERNAME bytes) and retCertifier (the organisation part of
+ * the signer, MAXUSERNAME bytes) may be NULL. */
+STATUS LNPUBLIC NSFNoteVerifySignature(NOTEHANDLE hNote, const char *SignatureItemName, TIMEDATE *retWhenSigned,
+                                       char *retSigner, char *retCertifier);
 
 /* Calls ActionRoutine for each item in order; a non-zero status stops the
  * scan and is returned. Value excludes the type word. */

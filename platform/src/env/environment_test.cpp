@@ -11,6 +11,7 @@
 
 #include "globerr.h"
 #include "osenv.h"
+#include "testing/temp_data_directory.h"
 
 namespace {
 
@@ -18,22 +19,10 @@ namespace fs = std::filesystem;
 
 class EnvironmentTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    dir_ = fs::temp_directory_path() / ("tarnwick-env-" + std::to_string(::getpid()) + "-" +
-                                        ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-    ini_ = dir_ / "notes.ini";
-    std::ofstream(ini_) << "[Notes]\nDirectory=data\nServerName=CN=Mail1/O=Acme\nOOOWorkers = 8 \n; a comment\n";
-    std::string arg = ini_.string();
-    arg.insert(arg.begin(), '=');
-    char program[] = "test";
-    char* argv[] = {program, arg.data()};
-    ASSERT_EQ(NotesInitExtended(2, argv), NOERROR);
-  }
-  void TearDown() override { fs::remove_all(dir_); }
-
-  fs::path dir_, ini_;
+  tarnwick::testing::TempDataDirectory data_{
+      "[Notes]\nDirectory=data\nServerName=CN=Mail1/O=Acme\nOOOWorkers = 8 \n; a comment\n"};
+  const fs::path dir_ = data_.path();
+  const fs::path ini_ = data_.ini();
 };
 
 TEST_F(EnvironmentTest, ReadsVariablesWithoutCaseAndTrimsValues) {

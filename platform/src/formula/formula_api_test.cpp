@@ -16,6 +16,7 @@
 #include "nsfdata.h"
 #include "osenv.h"
 #include "osmem.h"
+#include "testing/temp_data_directory.h"
 
 namespace {
 
@@ -171,16 +172,10 @@ TEST(FormulaEvaluate, RunawayAndOversizedWorkStopsWithAStatus) {
 }
 
 TEST(FormulaEvaluate, UserNameIsTheServersNameFromNotesIni) {
-  const auto dir = std::filesystem::temp_directory_path() / ("formula_user_" + std::to_string(::getpid()));
-  std::filesystem::create_directories(dir);
-  std::ofstream(dir / "notes.ini") << "ServerName=CN=Srv1/O=Org\n";
-  std::string argument = "=" + (dir / "notes.ini").string();
-  char* argv[] = {const_cast<char*>("test"), argument.data()};
-  ASSERT_EQ(NotesInitExtended(2, argv), NOERROR);
+  tarnwick::testing::TempDataDirectory data("ServerName=CN=Srv1/O=Org\n");
   Evaluated e = evaluate("@UserName");
   ASSERT_EQ(e.type(), TYPE_TEXT_LIST);
   EXPECT_EQ(e.bytes.substr(6), "CN=Srv1/O=Org");
-  std::filesystem::remove_all(dir);
 }
 
 TEST(FormulaCompile, DeepNestingIsACompileErrorNotACrash) {

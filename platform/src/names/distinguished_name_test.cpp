@@ -11,6 +11,7 @@
 #include "globerr.h"
 #include "names/distinguished_name.h"
 #include "osenv.h"
+#include "testing/temp_data_directory.h"
 
 namespace {
 
@@ -124,20 +125,10 @@ TEST(DistinguishedNames, TemplateCompletesANameEndingInASlash) {
 }
 
 TEST(DistinguishedNames, DefaultTemplateIsTheServerName) {
-  namespace fs = std::filesystem;
-  const fs::path dir = fs::temp_directory_path() / ("tarnwick-dn-" + std::to_string(::getpid()));
-  fs::create_directories(dir);
-  std::ofstream(dir / "notes.ini") << "ServerName=CN=Mail1/OU=Srv/O=Acme\n";
-  std::string arg = "=";
-  arg += (dir / "notes.ini").string();
-  char program[] = "test";
-  char* argv[] = {program, arg.data()};
-  ASSERT_EQ(NotesInitExtended(2, argv), NOERROR);
+  tarnwick::testing::TempDataDirectory data("ServerName=CN=Mail1/OU=Srv/O=Acme\n");
   EXPECT_EQ(canonical("Mary Tsen/"), "CN=Mary Tsen/OU=Srv/O=Acme");
   EXPECT_EQ(canonical("Mary Tsen/", "CN=Other/O=Elsewhere"), "CN=Mary Tsen/O=Elsewhere");
   EXPECT_EQ(canonical("Mary Tsen/Sales/Acme"), "CN=Mary Tsen/OU=Sales/O=Acme");
-  NotesTerm();
-  fs::remove_all(dir);
 }
 
 TEST(DistinguishedNames, SameNameComparesCanonicalFormsWithoutCase) {

@@ -226,7 +226,7 @@ STATUS Database::write_note_locked(Note& note, DWORD update_flags, const TIMEDAT
     row.bind(1, pack_timedate(unid.File)).bind(2, pack_timedate(unid.Note));
     int rc = row.step();
     if (rc == SQLITE_ROW) {
-      if (row.column_int(2) == 0 && !force) return ERR_CONFLICT;
+      if (row.column_int(2) == 0 && !force) return ERR_DUPLICATE_UNID;
       exists = true;
       *id = static_cast<NOTEID>(row.column_int(0));
       stored_sequence = static_cast<DWORD>(row.column_int(1));

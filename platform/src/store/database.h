@@ -31,7 +31,8 @@
 
 namespace tarnwick::rt::store {
 
-// One stored note without its items.
+// One stored note without its items. Profile notes carry NOTE_FLAG_GHOST in
+// `flags`: searches and views leave them out.
 struct NoteRecord {
   NOTEID id = 0;
   WORD note_class = 0;

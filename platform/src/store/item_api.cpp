@@ -20,7 +20,10 @@ std::string_view text_arg(const char* text, WORD length) {
   return std::string_view(text, length == MAXWORD ? std::strlen(text) : length);
 }
 
-bool valid_name(std::string_view name) { return !name.empty() && name.size() <= MAXITEMNAME; }
+STATUS check_name(std::string_view name) {
+  if (name.empty()) return ERR_BAD_PARAM;
+  return name.size() <= MAXITEMNAME ? NOERROR : ERR_FIELDNAME_TOO_LONG;
+}
 
 // Runs `body(note)` with the note locked; a bad handle gives `fallback`.
 template <class Result, class Body>
@@ -46,7 +49,8 @@ STATUS with_note_status(NOTEHANDLE hNote, Body&& body) {
 STATUS set_text(NOTEHANDLE hNote, const char* ItemName, const char* ItemText, WORD TextLength, bool summary) {
   return with_note_status(hNote, [&](Note& note) -> STATUS {
     std::string_view name = text_arg(ItemName, MAXWORD);
-    if (!valid_name(name) || (ItemText == nullptr && TextLength != 0)) return ERR_BAD_PARAM;
+    if (STATUS error = check_name(name)) return error;
+    if (ItemText == nullptr && TextLength != 0) return ERR_BAD_PARAM;
     note.set_text(name, text_arg(ItemText, TextLength), summary ? ITEM_SUMMARY : 0);
     return NOERROR;
   });
@@ -100,7 +104,8 @@ STATUS LNPUBLIC NSFItemAppend(NOTEHANDLE hNote, WORD ItemFlags, const char* Item
                               const void* Value, DWORD ValueLength) {
   return with_note_status(hNote, [&](Note& note) -> STATUS {
     std::string_view name = text_arg(ItemName, NameLength);
-    if (!valid_name(name) || (Value == nullptr && ValueLength != 0)) return ERR_BAD_PARAM;
+    if (STATUS error = check_name(name)) return error;
+    if (Value == nullptr && ValueLength != 0) return ERR_BAD_PARAM;
     if (ValueLength > MAXITEMVALUE) return ERR_SEGMENT_TOO_BIG;
     std::string value(static_cast<const char*>(Value), ValueLength);
     if (STATUS error = check_item_value(DataType, value)) return error;
@@ -113,7 +118,7 @@ STATUS LNPUBLIC NSFItemAppendByBLOCKID(NOTEHANDLE hNote, WORD ItemFlags, const c
                                        BLOCKID bhValue, DWORD ValueLength, BLOCKID* retbhItem) {
   return with_note_status(hNote, [&](Note& note) -> STATUS {
     std::string_view name = text_arg(ItemName, NameLength);
-    if (!valid_name(name)) return ERR_BAD_PARAM;
+    if (STATUS error = check_name(name)) return error;
     std::string_view block = block_bytes(bhValue.pool);
     if (bhValue.block > block.size()) return ERR_BAD_PARAM;
     block.remove_prefix(bhValue.block);
@@ -166,7 +171,8 @@ WORD LNPUBLIC NSFItemGetTextListEntries(NOTEHANDLE hNote, const char* ItemName) 
 STATUS LNPUBLIC NSFItemCreateTextList(NOTEHANDLE hNote, const char* ItemName, const char* Text, WORD TextLength) {
   return with_note_status(hNote, [&](Note& note) -> STATUS {
     std::string_view name = text_arg(ItemName, MAXWORD);
-    if (!valid_name(name) || (Text == nullptr && TextLength != 0)) return ERR_BAD_PARAM;
+    if (STATUS error = check_name(name)) return error;
+    if (Text == nullptr && TextLength != 0) return ERR_BAD_PARAM;
     note.set_text_list(name, {text_arg(Text, TextLength)});
     return NOERROR;
   });
@@ -176,7 +182,8 @@ STATUS LNPUBLIC NSFItemAppendTextList(NOTEHANDLE hNote, const char* ItemName, co
                                       BOOL fAllowDuplicates) {
   return with_note_status(hNote, [&](Note& note) -> STATUS {
     std::string_view name = text_arg(ItemName, MAXWORD);
-    if (!valid_name(name) || (Text == nullptr && TextLength != 0)) return ERR_BAD_PARAM;
+    if (STATUS error = check_name(name)) return error;
+    if (Text == nullptr && TextLength != 0) return ERR_BAD_PARAM;
     std::string_view entry = text_arg(Text, TextLength);
     Item* item = note.find(name);
     if (item == nullptr) {
@@ -198,7 +205,8 @@ STATUS LNPUBLIC NSFItemAppendTextList(NOTEHANDLE hNote, const char* ItemName, co
 STATUS LNPUBLIC NSFItemSetNumber(NOTEHANDLE hNote, const char* ItemName, const NUMBER* Number) {
   return with_note_status(hNote, [&](Note& note) -> STATUS {
     std::string_view name = text_arg(ItemName, MAXWORD);
-    if (!valid_name(name) || Number == nullptr) return ERR_BAD_PARAM;
+    if (STATUS error = check_name(name)) return error;
+    if (Number == nullptr) return ERR_BAD_PARAM;
     note.set_number(name, *Number);
     return NOERROR;
   });
@@ -223,7 +231,8 @@ long LNPUBLIC NSFItemGetLong(NOTEHANDLE hNote, const char* ItemName, long Defaul
 STATUS LNPUBLIC NSFItemSetTime(NOTEHANDLE hNote, const char* ItemName, const TIMEDATE* Time) {
   return with_note_status(hNote, [&](Note& note) -> STATUS {
     std::string_view name = text_arg(ItemName, MAXWORD);
-    if (!valid_name(name) || Time == nullptr) return ERR_BAD_PARAM;
+    if (STATUS error = check_name(name)) return error;
+    if (Time == nullptr) return ERR_BAD_PARAM;
     note.set_time(name, *Time);
     return NOERROR;
   });

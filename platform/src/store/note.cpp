@@ -271,28 +271,27 @@ void Note::expand_items() {
   }
 }
 
+bool contract_value(WORD* type, std::string* value) {
+  if (*type == TYPE_TEXT_LIST) {
+    auto entries = text_entries(TYPE_TEXT_LIST, *value);
+    if (entries.size() != 1 || make_text_list(entries) != *value) return false;
+    std::string text(entries[0]);
+    *value = std::move(text);
+    *type = TYPE_TEXT;
+    return true;
+  }
+  const bool number_range = *type == TYPE_NUMBER_RANGE && value->size() == sizeof(RANGE) + sizeof(NUMBER);
+  const bool time_range = *type == TYPE_TIME_RANGE && value->size() == sizeof(RANGE) + sizeof(TIMEDATE);
+  if ((!number_range && !time_range) || read_at<RANGE>(*value, 0).ListEntries != 1) return false;
+  value->erase(0, sizeof(RANGE));
+  *type = number_range ? TYPE_NUMBER : TYPE_TIME;
+  return true;
+}
+
 void Note::contract_items() {
   sync_value_blocks();
   for (auto& item : items) {
-    std::string contracted;
-    if (item.type == TYPE_TEXT_LIST) {
-      auto entries = text_entries(TYPE_TEXT_LIST, item.value);
-      if (entries.size() != 1 || make_text_list(entries) != item.value) continue;
-      contracted.assign(entries[0]);
-      item.type = TYPE_TEXT;
-    } else if (item.type == TYPE_NUMBER_RANGE && item.value.size() == sizeof(RANGE) + sizeof(NUMBER) &&
-               read_at<RANGE>(item.value, 0).ListEntries == 1) {
-      contracted = item.value.substr(sizeof(RANGE));
-      item.type = TYPE_NUMBER;
-    } else if (item.type == TYPE_TIME_RANGE && item.value.size() == sizeof(RANGE) + sizeof(TIMEDATE) &&
-               read_at<RANGE>(item.value, 0).ListEntries == 1) {
-      contracted = item.value.substr(sizeof(RANGE));
-      item.type = TYPE_TIME;
-    } else {
-      continue;
-    }
-    release_block(item);
-    item.value = std::move(contracted);
+    if (contract_value(&item.type, &item.value)) release_block(item);
   }
 }
 

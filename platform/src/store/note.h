@@ -54,6 +54,11 @@ std::vector<std::string_view> text_entries(WORD type, std::string_view value);
 // A TEXT_LIST value (without type word) holding the entries.
 std::string make_text_list(const std::vector<std::string_view>& entries);
 
+// The simple form of a one-entry list value (TEXT_LIST -> TEXT,
+// NUMBER_RANGE -> NUMBER, TIME_RANGE -> TIME); false when the value has no
+// simpler form. What NSFNoteContract does to each item.
+bool contract_value(WORD* type, std::string* value);
+
 class Note {
  public:
   Note() = default;

@@ -322,6 +322,38 @@ TEST_F(NoteTest, OpenByUnidDeleteAndSpecialNotes) {
   NSFNoteClose(note);
 }
 
+TEST_F(NoteTest, ACopyIsANewNoteElsewhereButNotBesideItsOriginal) {
+  NOTEHANDLE note = create();
+  NSFItemSetText(note, "Subject", "original", MAXWORD);
+  const NOTEID id = save(note);
+
+  ASSERT_EQ(NSFDbCreate("other.nsf", 0, FALSE), NOERROR);
+  DBHANDLE other = NULLHANDLE;
+  ASSERT_EQ(NSFDbOpen("other.nsf", &other), NOERROR);
+  note = open(id);
+  NSFNoteSetInfo(note, _NOTE_DB, &other);
+  ASSERT_EQ(NSFNoteUpdate(note, 0), NOERROR) << "the same UNID in another database";
+  ORIGINATORID oid{};
+  NSFNoteGetInfo(note, _NOTE_OID, &oid);
+  NSFNoteClose(note);
+  UNIVERSALNOTEID unid{oid.File, oid.Note};
+  ASSERT_EQ(NSFNoteOpenByUNID(other, &unid, 0, &note), NOERROR);
+  EXPECT_EQ(text(note, "Subject"), "original");
+  NSFNoteClose(note);
+  NSFDbClose(other);
+
+  note = open(id);
+  const NOTEID none = 0;
+  NSFNoteSetInfo(note, _NOTE_ID, &none);
+  NSFItemSetText(note, "Subject", "copy", MAXWORD);
+  EXPECT_EQ(NSFNoteUpdate(note, 0), ERR_DUPLICATE_UNID);
+  ASSERT_EQ(NSFNoteUpdate(note, UPDATE_FORCE), NOERROR) << "forced, it replaces the note of that UNID";
+  NOTEID replaced = 0;
+  NSFNoteGetInfo(note, _NOTE_ID, &replaced);
+  EXPECT_EQ(replaced, id);
+  NSFNoteClose(note);
+}
+
 TEST_F(NoteTest, ExpandAndContractConvertSimpleTypes) {
   NOTEHANDLE note = create();
   NSFItemSetText(note, "T", "text", 4);
@@ -363,7 +395,8 @@ TEST_F(NoteTest, ExpandAndContractConvertSimpleTypes) {
 
 TEST_F(NoteTest, BadInputGetsAnErrorStatus) {
   NOTEHANDLE note = create();
-  EXPECT_EQ(NSFItemSetText(note, std::string(MAXITEMNAME + 1, 'n').c_str(), "x", 1), ERR_BAD_PARAM);
+  EXPECT_EQ(NSFItemSetText(note, std::string(MAXITEMNAME + 1, 'n').c_str(), "x", 1), ERR_FIELDNAME_TOO_LONG);
+  EXPECT_EQ(NSFItemSetText(note, std::string(MAXITEMNAME, 'n').c_str(), "x", 1), NOERROR);
   EXPECT_EQ(NSFItemSetText(note, "", "x", 1), ERR_BAD_PARAM);
   EXPECT_EQ(NSFItemAppend(note, 0, "X", 1, 0x7777, "abc", 3), ERR_INVALID_ITEMUNK) << "no such data type";
   EXPECT_EQ(NSFItemAppend(note, 0, "X", 1, TYPE_NUMBER, "abc", 3), ERR_INVALID_ITEMUNK);

@@ -1,19 +1,186 @@
-// Database paths to files (see paths.h).
+// Database paths to files, and network paths (netpath.h, paths.h).
 #include "store/paths.h"
 
 #include <cstring>
+#include <fstream>
+#include <string>
+#include <vector>
 
+#include "dname.h"
 #include "env/environment.h"
 #include "globerr.h"
+#include "netpath.h"
+#include "store/api_guard.h"
+#include "store/note.h"
 
 namespace tarnwick::rt::store {
+namespace {
+
+constexpr std::string_view kSeparator = "!!";
+
+struct NetPath {
+  std::string port;
+  std::string server;
+  std::string file;
+};
+
+STATUS split(std::string_view path, NetPath* out) {
+  std::vector<std::string_view> parts;
+  while (true) {
+    const size_t at = path.find(kSeparator);
+    parts.push_back(path.substr(0, at));
+    if (at == std::string_view::npos) break;
+    path.remove_prefix(at + kSeparator.size());
+  }
+  if (parts.size() > 3) return ERR_INV_SERVER_NAME;
+  out->file = parts.back();
+  if (parts.size() >= 2) out->server = parts[parts.size() - 2];
+  if (parts.size() == 3) out->port = parts[0];
+  if (out->file.empty() || out->file.size() >= MAXPATH) return ERR_INV_FILE_NAME;
+  return NOERROR;
+}
+
+std::string_view trim(std::string_view text) {
+  while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
+  while (!text.empty() && (text.back() == ' ' || text.back() == '\t' || text.back() == '\r')) text.remove_suffix(1);
+  return text;
+}
+
+// "CN=Mail1/OU=Hub/O=Org" -> "Mail1/Hub/Org"; abbreviated names stay.
+std::string abbreviated(std::string_view name) {
+  const std::string input(name);
+  char out[MAXUSERNAME];
+  WORD length = 0;
+  if (DNAbbreviate(0, nullptr, input.c_str(), out, sizeof out, &length) != NOERROR) return input;
+  return std::string(out, length);
+}
+
+// Whether `given` (canonical, abbreviated or common form) names `server`.
+bool same_server(std::string_view given, std::string_view server) {
+  const std::string a = abbreviated(given);
+  const std::string b = abbreviated(server);
+  if (names_equal(a, b)) return true;
+  // A common name alone matches the first part of a hierarchical name.
+  if (a.find('/') == std::string::npos) return names_equal(a, b.substr(0, b.find('/')));
+  if (b.find('/') == std::string::npos) return names_equal(b, a.substr(0, a.find('/')));
+  return false;
+}
+
+bool is_local(std::string_view server) {
+  if (server.empty()) return true;
+  auto local = get_environment("ServerName");
+  return local && !local->empty() && same_server(server, *local);
+}
+
+// The data directory of another server from servers.ini: ERR_SESSION_CLOSED
+// when it is not listed or is down.
+STATUS other_server_directory(std::string_view server, std::filesystem::path* directory) {
+  std::ifstream file(data_directory() / "servers.ini");
+  if (!file) return ERR_SESSION_CLOSED;
+  std::string line;
+  bool in_section = false;
+  bool found = false;
+  bool down = false;
+  std::string listed_directory;
+  while (std::getline(file, line)) {
+    std::string_view text = trim(line);
+    if (text.empty() || text.front() == ';' || text.front() == '#') continue;
+    if (text.front() == '[' && text.back() == ']') {
+      if (found) break;  // the section of our server has ended
+      in_section = same_server(text.substr(1, text.size() - 2), server);
+      found = in_section;
+      continue;
+    }
+    if (!in_section) continue;
+    const size_t equals = text.find('=');
+    if (equals == std::string_view::npos) continue;
+    const std::string_view key = trim(text.substr(0, equals));
+    const std::string_view value = trim(text.substr(equals + 1));
+    if (names_equal(key, "Directory")) listed_directory = value;
+    if (names_equal(key, "State")) down = names_equal(value, "down");
+  }
+  if (!found || down || listed_directory.empty()) return ERR_SESSION_CLOSED;
+  std::filesystem::path path(listed_directory);
+  *directory = (path.is_absolute() ? path : data_directory() / path).lexically_normal();
+  return NOERROR;
+}
+
+void copy_out(std::string_view text, char* out) {
+  if (out == nullptr) return;
+  const size_t length = std::min(text.size(), static_cast<size_t>(MAXPATH - 1));
+  std::memcpy(out, text.data(), length);
+  out[length] = '\0';
+}
+
+}  // namespace
 
 STATUS resolve_database_path(const char* api_path, std::filesystem::path* file) {
   if (api_path == nullptr) return ERR_INV_FILE_NAME;
   const size_t length = std::strlen(api_path);
   if (length == 0 || length >= MAXPATH) return ERR_INV_FILE_NAME;
-  *file = resolve_data_path(std::string_view(api_path, length));
+  const std::string_view path(api_path, length);
+  if (path.find(kSeparator) == std::string_view::npos) {
+    *file = resolve_data_path(path);
+    return NOERROR;
+  }
+  NetPath parts;
+  if (STATUS error = split(path, &parts)) return error;
+  if (is_local(parts.server)) {
+    *file = resolve_data_path(parts.file);
+    return NOERROR;
+  }
+  std::string relative = parts.file;
+  for (char& c : relative) {
+    if (c == '\\') c = '/';
+  }
+  const std::filesystem::path relative_path = std::filesystem::path(relative).lexically_normal();
+  if (relative_path.is_absolute() || (!relative_path.empty() && *relative_path.begin() == "..")) {
+    return ERR_INVALID_NAME;
+  }
+  std::filesystem::path directory;
+  if (STATUS error = other_server_directory(parts.server, &directory)) return error;
+  *file = directory / relative_path;
   return NOERROR;
 }
 
 }  // namespace tarnwick::rt::store
+
+using namespace tarnwick::rt::store;
+
+extern "C" {
+
+STATUS LNPUBLIC OSPathNetConstruct(const char* PortName, const char* ServerName, const char* FileName,
+                                   char* retPathName) {
+  if (retPathName == nullptr) return NOERROR;
+  return guarded([&]() -> STATUS {
+    std::string path;
+    if (ServerName != nullptr && ServerName[0] != '\0') {
+      if (PortName != nullptr && PortName[0] != '\0') {
+        path += PortName;
+        path += kSeparator;
+      }
+      path += ServerName;
+      path += kSeparator;
+    }
+    if (FileName != nullptr) path += FileName;
+    copy_out(path, retPathName);
+    return NOERROR;
+  });
+}
+
+STATUS LNPUBLIC OSPathNetParse(const char* PathName, char* retPortName, char* retServerName, char* retFileName) {
+  return guarded([&]() -> STATUS {
+    copy_out("", retPortName);
+    copy_out("", retServerName);
+    copy_out("", retFileName);
+    if (PathName == nullptr) return ERR_INV_FILE_NAME;
+    NetPath parts;
+    if (STATUS error = split(PathName, &parts)) return error;
+    copy_out(parts.port, retPortName);
+    copy_out(parts.server, retServerName);
+    copy_out(parts.file, retFileName);
+    return NOERROR;
+  });
+}
+
+}  // extern "C"

@@ -1,38 +1,40 @@
-// Test helper: a fresh data directory with a notes.ini, loaded as the
-// runtime's environment for the duration of one test.
+// Test support for the store's tests: a fixture around the shared
+// TempDataDirectory (testing/temp_data_directory.h) whose notes.ini names
+// the local server, plus a scratch folder outside the data directory.
 #pragma once
 
-#include <unistd.h>
-
 #include <filesystem>
-#include <fstream>
+#include <memory>
 #include <string>
 
 #include <gtest/gtest.h>
 
-#include "env/environment.h"
-#include "globerr.h"
+#include "testing/temp_data_directory.h"
 
 namespace tarnwick::rt::store::testing {
 
 class DataDirTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    root_ = std::filesystem::temp_directory_path() /
-            ("tarnwick-store-" + std::to_string(::getpid()) + "-" + info->test_suite_name() + "-" + info->name());
+    data_dir_ = std::make_unique<tarnwick::testing::TempDataDirectory>("[Notes]\nServerName=CN=Srv1/O=Org\n" +
+                                                                        extra_ini());
+    data_ = data_dir_->path();
+    root_ = data_.string() + "-outside";
     std::filesystem::remove_all(root_);
-    data_ = root_ / "data";
-    std::filesystem::create_directories(data_);
-    ini_ = root_ / "notes.ini";
-    std::ofstream(ini_) << "[Notes]\nDirectory=data\nServerName=CN=Srv1/O=Org\n" << extra_ini();
-    ASSERT_EQ(load_environment(ini_), NOERROR);
+    std::filesystem::create_directories(root_);
   }
-  void TearDown() override { std::filesystem::remove_all(root_); }
+  void TearDown() override {
+    data_dir_.reset();
+    std::error_code ignored;
+    std::filesystem::remove_all(root_, ignored);
+  }
 
+  // More notes.ini lines for a fixture.
   virtual std::string extra_ini() const { return {}; }
 
-  std::filesystem::path root_, data_, ini_;
+  std::unique_ptr<tarnwick::testing::TempDataDirectory> data_dir_;
+  std::filesystem::path data_;  // the data directory (notes.ini lies in it)
+  std::filesystem::path root_;  // a folder outside the data directory
 };
 
 }  // namespace tarnwick::rt::store::testing

@@ -12,6 +12,7 @@
 #include "intl.h"
 #include "osenv.h"
 #include "ostime.h"
+#include "testing/temp_data_directory.h"
 #include "time/scoped_time_zone.h"
 
 namespace {
@@ -23,21 +24,7 @@ constexpr TFMT kDefault{TDFMT_FULL, TTFMT_FULL, TZFMT_NEVER, TSFMT_DATETIME};
 
 class TimeText : public ::testing::Test {
  protected:
-  void SetUp() override {
-    dir_ = fs::temp_directory_path() / ("tarnwick-time-text-" + std::to_string(::getpid()) + "-" +
-                                        ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-    std::ofstream(dir_ / "notes.ini") << "[Notes]\n";
-    std::string arg = "=" + (dir_ / "notes.ini").string();
-    char program[] = "test";
-    char* argv[] = {program, arg.data()};
-    ASSERT_EQ(NotesInitExtended(2, argv), NOERROR);
-  }
-  void TearDown() override {
-    NotesTerm();
-    fs::remove_all(dir_);
-  }
+  tarnwick::testing::TempDataDirectory data_{"[Notes]\n"};
 
   static TIMEDATE local(int year, int month, int day, int hour, int minute, int second = 0, int hundredth = 0) {
     TIME t{};
@@ -74,7 +61,6 @@ class TimeText : public ::testing::Test {
     return ConvertTextToTIMEDATE(nullptr, format, &p, static_cast<WORD>(copy.size()), &out);
   }
 
-  fs::path dir_;
 };
 
 TEST_F(TimeText, IntlSettingsDefaultsLayoutAndNotesIni) {
