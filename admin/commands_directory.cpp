@@ -57,7 +57,7 @@ void add_person_commands(Cli& cli) {
   cli.on_data(list, [json] {
     const auto persons = list_persons(Database::open(kDirectoryFile));
     if (*json) {
-      nlohmann::json out = nlohmann::json::array();
+      nlohmann::ordered_json out = nlohmann::ordered_json::array();
       for (const Person& person : persons) out.push_back(person_json(person));
       std::cout << out.dump(2) << "\n";
       return;
@@ -94,7 +94,7 @@ void add_group_commands(Cli& cli) {
   cli.on_data(list, [json] {
     const auto groups = list_groups(Database::open(kDirectoryFile));
     if (*json) {
-      nlohmann::json out = nlohmann::json::array();
+      nlohmann::ordered_json out = nlohmann::ordered_json::array();
       for (const Group& group : groups) out.push_back(group_json(group));
       std::cout << out.dump(2) << "\n";
       return;

@@ -10,6 +10,7 @@
 #include "failure.h"
 #include "globerr.h"
 #include "handles.h"
+#include "iso8601.h"
 #include "lmbcs_text.h"
 #include "note_json.h"
 #include "nsfdesign.h"
@@ -118,7 +119,7 @@ void add_note_dump(Cli& cli, CLI::App* note) {
       throw UsageError("say which note: --profile NAME, --unid UNID, --noteid ID or --design NAME");
     }
     const Database db = Database::open(options->db);
-    const nlohmann::json json = note_json(select_note(db, s));
+    const nlohmann::ordered_json json = note_json(select_note(db, s));
     std::cout << (options->json ? json.dump(2) + "\n" : note_text(json));
   });
 }
@@ -164,7 +165,7 @@ void add_note_set(Cli& cli, CLI::App* note) {
   });
 }
 
-nlohmann::json list_entry(const Note& note) {
+nlohmann::ordered_json list_entry(const Note& note) {
   return {{"noteid", note.id()},
           {"unid", unid_text(UNID{note.oid().File, note.oid().Note})},
           {"class", class_name(note.note_class())},
@@ -188,11 +189,11 @@ void add_note_list(Cli& cli, CLI::App* note) {
     const WORD mask = options->note_class == "data"     ? NOTE_CLASS_DOCUMENT
                       : options->note_class == "design" ? NOTE_CLASS_ALLNONDATA
                                                         : NOTE_CLASS_ALL;
-    nlohmann::json entries = nlohmann::json::array();
+    nlohmann::ordered_json entries = nlohmann::ordered_json::array();
     for (NOTEID id : db.note_ids(mask)) entries.push_back(list_entry(Note::open(db, id)));
     if (mask & NOTE_CLASS_DOCUMENT) {
       for (const ProfileEntry& profile : profiles(db)) {
-        nlohmann::json entry = list_entry(Note::open(db, profile.id));
+        nlohmann::ordered_json entry = list_entry(Note::open(db, profile.id));
         entry["profile"] = {{"name", profile.name}, {"user", profile.user}};
         entries.push_back(entry);
       }
@@ -232,11 +233,11 @@ void add_design_list(Cli& cli) {
   list->add_flag("--json", options->json, "print JSON");
   cli.on_data(list, [options] {
     const Database db = Database::open(options->db);
-    nlohmann::json entries = nlohmann::json::array();
+    nlohmann::ordered_json entries = nlohmann::ordered_json::array();
     for (NOTEID id : db.note_ids(NOTE_CLASS_ALLNONDATA)) {
       const Note note = Note::open(db, id);
       const std::string title = note.text("$TITLE");
-      nlohmann::json aliases = nlohmann::json::array();
+      nlohmann::ordered_json aliases = nlohmann::ordered_json::array();
       std::string name;
       size_t start = 0;
       while (true) {
@@ -275,7 +276,7 @@ const char* level_name(WORD level) {
   return level < ACL_LEVEL_COUNT ? names[level] : "unknown";
 }
 
-nlohmann::json acl_flags(WORD flags) {
+nlohmann::ordered_json acl_flags(WORD flags) {
   static const std::pair<WORD, const char*> names[] = {
       {ACL_FLAG_AUTHOR_NOCREATE, "author_nocreate"}, {ACL_FLAG_SERVER, "server"},
       {ACL_FLAG_NODELETE, "nodelete"},                {ACL_FLAG_CREATE_PRAGENT, "create_personal_agents"},
@@ -285,7 +286,7 @@ nlohmann::json acl_flags(WORD flags) {
       {ACL_FLAG_PUBLICWRITER, "public_writer"},       {ACL_FLAG_MONITORS_DISALLOWED, "monitors_disallowed"},
       {ACL_FLAG_NOREPLICATE, "noreplicate"},          {ACL_FLAG_ADMIN_READERAUTHOR, "admin_readerauthor"},
       {ACL_FLAG_ADMIN_SERVER, "admin_server"}};
-  nlohmann::json list = nlohmann::json::array();
+  nlohmann::ordered_json list = nlohmann::ordered_json::array();
   for (const auto& [bit, name] : names) {
     if (flags & bit) list.push_back(name);
   }
@@ -294,12 +295,12 @@ nlohmann::json acl_flags(WORD flags) {
 
 struct AclReading {
   DHANDLE acl = NULLHANDLE;
-  nlohmann::json entries = nlohmann::json::array();
+  nlohmann::ordered_json entries = nlohmann::ordered_json::array();
 };
 
 void LNCALLBACK collect_acl_entry(void* param, char* name, WORD level, ACL_PRIVILEGES* privileges, WORD flags) {
   auto* reading = static_cast<AclReading*>(param);
-  nlohmann::json roles = nlohmann::json::array();
+  nlohmann::ordered_json roles = nlohmann::ordered_json::array();
   for (WORD priv = ACL_BITPRIVCOUNT; priv < ACL_PRIVCOUNT; ++priv) {
     if (!ACLIsPrivSet(*privileges, priv)) continue;
     char role[ACL_PRIVSTRINGMAX + 1] = {};
@@ -324,7 +325,7 @@ void add_acl_show(Cli& cli) {
     const Database db = Database::open(options->db);
     AclReading reading;
     check(NSFDbReadACL(db.handle(), &reading.acl), "cannot read the ACL of " + db.path());
-    nlohmann::json roles = nlohmann::json::array();
+    nlohmann::ordered_json roles = nlohmann::ordered_json::array();
     STATUS status = ACLEnumEntries(reading.acl, collect_acl_entry, &reading);
     for (WORD priv = ACL_BITPRIVCOUNT; status == NOERROR && priv < ACL_PRIVCOUNT; ++priv) {
       char role[ACL_PRIVSTRINGMAX + 1] = {};
@@ -334,7 +335,7 @@ void add_acl_show(Cli& cli) {
     if (status == NOERROR) status = ACLGetFlags(reading.acl, &flags);
     OSMemFree(reading.acl);
     check(status, "cannot read the ACL of " + db.path());
-    const nlohmann::json out = {
+    const nlohmann::ordered_json out = {
         {"entries", reading.entries}, {"roles", roles}, {"uniform_access", (flags & ACL_UNIFORM_ACCESS) != 0}};
     if (options->json) {
       std::cout << out.dump(2) << "\n";
@@ -354,6 +355,72 @@ void add_acl_show(Cli& cli) {
   });
 }
 
+// One note's signature: {"noteid", "class", "title", "signed", "valid",
+// "signer", "signed_at", "error"}.
+nlohmann::ordered_json signature_json(const Note& note) {
+  TIMEDATE when{};
+  char signer[MAXUSERNAME + 1] = {};
+  const STATUS status = NSFNoteVerifySignature(note.handle(), nullptr, &when, signer, nullptr);
+  const bool is_signed = ERR(status) != ERR_NOTE_NOT_SIGNED;
+  nlohmann::ordered_json entry = {{"noteid", note.id()},
+                          {"class", class_name(note.note_class())},
+                          {"title", note.text("$TITLE")},
+                          {"signed", is_signed},
+                          {"valid", is_signed && status == NOERROR}};
+  if (is_signed && status == NOERROR) {
+    entry["signer"] = to_utf8(signer);
+    entry["signed_at"] = iso8601(when);
+  }
+  if (is_signed && status != NOERROR) entry["error"] = status_text(status);
+  return entry;
+}
+
+void add_verify(Cli& cli) {
+  struct Options {
+    std::string db;
+    bool json = false;
+  };
+  auto options = std::make_shared<Options>();
+  auto* verify = cli.app.add_subcommand(
+      "verify", "check the signatures of a database's notes (exits 1 when one is invalid)");
+  verify->add_option("DB", options->db, "database path in the data directory")->required();
+  verify->add_flag("--json", options->json, "print JSON");
+  cli.on_data(verify, [options] {
+    const Database db = Database::open(options->db);
+    nlohmann::ordered_json entries = nlohmann::ordered_json::array();
+    size_t signed_count = 0, invalid = 0;
+    std::vector<NOTEID> ids = db.note_ids(NOTE_CLASS_ALL);
+    for (const ProfileEntry& profile : profiles(db)) ids.push_back(profile.id);
+    for (NOTEID id : ids) {
+      nlohmann::ordered_json entry = signature_json(Note::open(db, id));
+      signed_count += entry["signed"].get<bool>();
+      invalid += entry["signed"].get<bool>() && !entry["valid"].get<bool>();
+      entries.push_back(entry);
+    }
+    if (options->json) {
+      std::cout << entries.dump(2) << "\n";
+    } else {
+      for (const auto& entry : entries) {
+        std::cout << hex_id(entry["noteid"].get<NOTEID>()) << "  " << entry["class"].get<std::string>();
+        if (!entry["title"].get<std::string>().empty()) std::cout << "  " << entry["title"].get<std::string>();
+        if (!entry["signed"].get<bool>()) {
+          std::cout << ": not signed\n";
+        } else if (entry["valid"].get<bool>()) {
+          std::cout << ": signed by " << entry["signer"].get<std::string>() << " at "
+                    << entry["signed_at"].get<std::string>() << ", valid\n";
+        } else {
+          std::cout << ": INVALID signature: " << entry["error"].get<std::string>() << "\n";
+        }
+      }
+      std::cout << entries.size() << " notes, " << signed_count << " signed, " << invalid << " invalid\n";
+    }
+    if (invalid > 0) {
+      throw Failure(std::to_string(invalid) + " invalid signature" + (invalid == 1 ? "" : "s") + " in " +
+                    options->db);
+    }
+  });
+}
+
 }  // namespace
 
 void add_inspect_commands(Cli& cli) {
@@ -364,6 +431,7 @@ void add_inspect_commands(Cli& cli) {
   add_note_list(cli, note);
   add_design_list(cli);
   add_acl_show(cli);
+  add_verify(cli);
 }
 
 }  // namespace tarnwick::admin

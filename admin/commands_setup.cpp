@@ -66,9 +66,8 @@ void add_server(Cli& cli) {
   auto* add = server->add_subcommand("add", "add a Server document and the servers.ini entry of a server");
   add->add_option("NAME", options->name, "the server's name, e.g. Mail2/Acme")->required();
   add->add_option("--cluster", options->cluster, "the cluster it belongs to");
-  auto* data = add->add_option("--data", options->directory, "the data directory that serves it on this machine");
-  auto* down = add->add_flag("--down", options->down, "the server is down (opening its databases fails)");
-  data->excludes(down);
+  add->add_option("--data", options->directory, "the data directory that serves it on this machine");
+  add->add_flag("--down", options->down, "the server is down (opening its databases fails)");
   cli.on_data(add, [options] {
     // The subcommand's --data is the other server's directory; the global
     // one has already chosen this server.
@@ -80,7 +79,8 @@ void add_server(Cli& cli) {
     put_servers_ini_entry(options->name, options->directory, options->down);
     std::cout << "Server " << abbreviated_name(options->name)
               << (options->cluster.empty() ? "" : " (cluster " + options->cluster + ")") << ": "
-              << (options->down ? std::string("down") : "served from " + options->directory) << "\n";
+              << (options->directory.empty() ? "" : "served from " + options->directory)
+              << (options->down ? std::string(options->directory.empty() ? "" : ", ") + "down" : "") << "\n";
   });
 }
 

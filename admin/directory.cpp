@@ -171,13 +171,13 @@ void put_server_document(Database& directory, const std::string& server, const s
   note.update();
 }
 
-nlohmann::json person_json(const Person& person) {
+nlohmann::ordered_json person_json(const Person& person) {
   return {{"fullname", person.full_name},       {"shortname", person.short_name},
           {"internet", person.internet_address}, {"mailserver", person.mail_server},
           {"mailfile", person.mail_file},         {"password", person.has_password}};
 }
 
-nlohmann::json group_json(const Group& group) {
+nlohmann::ordered_json group_json(const Group& group) {
   return {{"name", group.name}, {"members", group.members}, {"description", group.description}};
 }
 

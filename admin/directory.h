@@ -56,7 +56,7 @@ std::vector<Group> list_groups(const Database& directory);
 // cluster when the document exists.
 void put_server_document(Database& directory, const std::string& server, const std::string& cluster);
 
-nlohmann::json person_json(const Person& person);
-nlohmann::json group_json(const Group& group);
+nlohmann::ordered_json person_json(const Person& person);
+nlohmann::ordered_json group_json(const Group& group);
 
 }  // namespace tarnwick::admin

@@ -28,7 +28,7 @@ bool read_at(const char* bytes, size_t size, size_t offset, T& out) {
   return true;
 }
 
-nlohmann::json raw_bytes(const char* bytes, size_t size) {
+nlohmann::ordered_json raw_bytes(const char* bytes, size_t size) {
   std::string hex;
   hex.reserve(size * 2);
   static const char digits[] = "0123456789abcdef";
@@ -40,8 +40,8 @@ nlohmann::json raw_bytes(const char* bytes, size_t size) {
   return hex;
 }
 
-nlohmann::json text_list_json(const char* bytes, size_t size) {
-  nlohmann::json entries = nlohmann::json::array();
+nlohmann::ordered_json text_list_json(const char* bytes, size_t size) {
+  nlohmann::ordered_json entries = nlohmann::ordered_json::array();
   LIST header{};
   if (!read_at(bytes, size, 0, header)) return entries;
   size_t text_offset = sizeof(LIST) + header.ListEntries * sizeof(WORD);
@@ -56,8 +56,8 @@ nlohmann::json text_list_json(const char* bytes, size_t size) {
 
 // RANGE header, then the single values, then the pairs.
 template <typename Value, typename Pair, typename ToJson>
-nlohmann::json range_json(const char* bytes, size_t size, ToJson to_json) {
-  nlohmann::json entries = nlohmann::json::array();
+nlohmann::ordered_json range_json(const char* bytes, size_t size, ToJson to_json) {
+  nlohmann::ordered_json entries = nlohmann::ordered_json::array();
   RANGE header{};
   if (!read_at(bytes, size, 0, header)) return entries;
   size_t offset = sizeof(RANGE);
@@ -69,18 +69,18 @@ nlohmann::json range_json(const char* bytes, size_t size, ToJson to_json) {
   for (USHORT i = 0; i < header.RangeEntries; ++i, offset += sizeof(Pair)) {
     Pair pair{};
     if (!read_at(bytes, size, offset, pair)) return entries;
-    entries.push_back(nlohmann::json::array({to_json(pair.Lower), to_json(pair.Upper)}));
+    entries.push_back(nlohmann::ordered_json::array({to_json(pair.Lower), to_json(pair.Upper)}));
   }
   return entries;
 }
 
-nlohmann::json flags_json(WORD flags) {
+nlohmann::ordered_json flags_json(WORD flags) {
   static const std::pair<WORD, const char*> names[] = {
       {ITEM_SIGN, "sign"},          {ITEM_SEAL, "seal"},       {ITEM_SUMMARY, "summary"},
       {ITEM_READWRITERS, "readwriters"}, {ITEM_NAMES, "names"}, {ITEM_NOUPDATE, "noupdate"},
       {ITEM_PLACEHOLDER, "placeholder"}, {ITEM_PROTECTED, "protected"}, {ITEM_READERS, "readers"},
       {ITEM_UNCHANGED, "unchanged"}};
-  nlohmann::json list = nlohmann::json::array();
+  nlohmann::ordered_json list = nlohmann::ordered_json::array();
   WORD known = 0;
   for (const auto& [bit, name] : names) {
     known |= bit;
@@ -118,11 +118,11 @@ std::string type_name(WORD type) {
   }
 }
 
-nlohmann::json time_json(const TIMEDATE& value) {
+nlohmann::ordered_json time_json(const TIMEDATE& value) {
   return {{"iso", iso8601(value)}, {"raw", {value.Innards[0], value.Innards[1]}}};
 }
 
-nlohmann::json value_json(WORD type, const char* bytes, size_t size) {
+nlohmann::ordered_json value_json(WORD type, const char* bytes, size_t size) {
   switch (type) {
     case TYPE_TEXT: return to_utf8(std::string_view(bytes, size));
     case TYPE_TEXT_LIST: return text_list_json(bytes, size);
@@ -137,7 +137,7 @@ nlohmann::json value_json(WORD type, const char* bytes, size_t size) {
       break;
     }
     case TYPE_NUMBER_RANGE:
-      return range_json<NUMBER, NUMBER_PAIR>(bytes, size, [](NUMBER n) { return nlohmann::json(n); });
+      return range_json<NUMBER, NUMBER_PAIR>(bytes, size, [](NUMBER n) { return nlohmann::ordered_json(n); });
     case TYPE_TIME_RANGE:
       return range_json<TIMEDATE, TIMEDATE_PAIR>(bytes, size, [](const TIMEDATE& t) { return time_json(t); });
     default: break;
@@ -145,11 +145,11 @@ nlohmann::json value_json(WORD type, const char* bytes, size_t size) {
   return raw_bytes(bytes, size);
 }
 
-nlohmann::json note_json(const Note& note) {
+nlohmann::ordered_json note_json(const Note& note) {
   const OID oid = note.oid();
   TIMEDATE modified{};
   NSFNoteGetInfo(note.handle(), _NOTE_MODIFIED, &modified);
-  nlohmann::json items = nlohmann::json::array();
+  nlohmann::ordered_json items = nlohmann::ordered_json::array();
   BLOCKID item = NULLBLOCKID_INIT;
   STATUS status = NSFItemInfo(note.handle(), nullptr, 0, &item, nullptr, nullptr, nullptr);
   while (status == NOERROR) {
@@ -175,7 +175,7 @@ nlohmann::json note_json(const Note& note) {
           {"items", items}};
 }
 
-std::string note_text(const nlohmann::json& note) {
+std::string note_text(const nlohmann::ordered_json& note) {
   std::ostringstream out;
   char id[16];
   std::snprintf(id, sizeof id, "0x%X", note["noteid"].get<unsigned>());

@@ -23,16 +23,16 @@ namespace tarnwick::admin {
 
 class Note;
 
-nlohmann::json note_json(const Note& note);
+nlohmann::ordered_json note_json(const Note& note);
 // The same content as lines for people to read.
-std::string note_text(const nlohmann::json& note);
+std::string note_text(const nlohmann::ordered_json& note);
 
 // "document", "form", "view", "icon", ... or the class word in hex.
 std::string class_name(WORD note_class);
 // "text", "textlist", ... or the type word in hex.
 std::string type_name(WORD type);
 // A value in its in-memory form (without the type word) as JSON.
-nlohmann::json value_json(WORD type, const char* bytes, size_t size);
-nlohmann::json time_json(const TIMEDATE& value);
+nlohmann::ordered_json value_json(WORD type, const char* bytes, size_t size);
+nlohmann::ordered_json time_json(const TIMEDATE& value);
 
 }  // namespace tarnwick::admin

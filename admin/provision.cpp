@@ -8,6 +8,7 @@
 #include "directory.h"
 #include "failure.h"
 #include "handles.h"
+#include "kfm.h"
 #include "lmbcs_text.h"
 #include "names.h"
 #include "nsfdb.h"
@@ -17,6 +18,7 @@ namespace tarnwick::admin {
 namespace {
 
 constexpr const char* kLogFile = "log.nsf";
+constexpr const char* kServerIdFile = "server.id";
 
 bool is_empty_directory(const std::filesystem::path& directory) {
   std::error_code error;
@@ -63,11 +65,16 @@ std::vector<std::string> init_data_directory(const InitRequest& request) {
   write_file_atomically(ini, "[Notes]\nDirectory=" + dir_text + "\n");
   start_runtime_at(ini);
   const std::string server = canonical_name(request.server);
-  write_file_atomically(ini, "[Notes]\nDirectory=" + dir_text + "\nServerName=" + to_lmbcs(server) + "\n");
+  write_file_atomically(ini, "[Notes]\nDirectory=" + dir_text + "\nServerName=" + to_lmbcs(server) +
+                                 "\nKeyFilename=" + kServerIdFile + "\n");
   start_runtime_at(ini);
 
   std::vector<std::string> made;
-  made.push_back("notes.ini: Directory=" + dir_text + ", ServerName=" + server);
+  made.push_back("notes.ini: Directory=" + dir_text + ", ServerName=" + server + ", KeyFilename=" + kServerIdFile);
+
+  check(TarnwickCreateServerID(kServerIdFile, to_lmbcs(server).c_str(), request.force ? TRUE : FALSE),
+        std::string("cannot create ") + kServerIdFile);
+  made.push_back(std::string(kServerIdFile) + ": the server's identity and signing key");
 
   if (request.force) replace_database(kDirectoryFile);
   Database names = Database::create(kDirectoryFile);
@@ -100,7 +107,8 @@ void put_servers_ini_entry(const std::string& server, const std::string& directo
     kept += "\n";
   }
   kept += section + "\n";
-  kept += down ? "Down=1\n" : "Directory=" + std::filesystem::absolute(directory).lexically_normal().string() + "\n";
+  if (!directory.empty()) kept += "Directory=" + std::filesystem::absolute(directory).lexically_normal().string() + "\n";
+  if (down) kept += "State=down\n";
   write_file_atomically(file, kept);
 }
 

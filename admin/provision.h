@@ -1,6 +1,6 @@
-// A new server data directory: notes.ini (Directory, ServerName), the
-// directory names.nsf with the server's Server document, and the server log
-// log.nsf.
+// A new server data directory: notes.ini (Directory, ServerName,
+// KeyFilename), the server's ID file server.id, the directory names.nsf with
+// the server's Server document, and the server log log.nsf.
 #pragma once
 
 #include <filesystem>
@@ -21,8 +21,9 @@ struct InitRequest {
 std::vector<std::string> init_data_directory(const InitRequest& request);
 
 // Adds or replaces the entry of a server in the data directory's
-// servers.ini: a section named by the server's canonical name with either
-// "Directory=<data directory serving it>" or "Down=1".
+// servers.ini: a section named by the server's canonical name with
+// "Directory=<data directory serving it>" (absolute) and, for a server that
+// does not answer, "State=down". Either may be left out, not both.
 void put_servers_ini_entry(const std::string& server, const std::string& directory, bool down);
 
 }  // namespace tarnwick::admin

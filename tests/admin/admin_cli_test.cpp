@@ -86,6 +86,8 @@ TEST_F(AdminInit, ProvisionsNotesIniDirectoryAndLog) {
   const std::string ini = read(data() / "notes.ini");
   EXPECT_NE(ini.find("Directory=" + std::filesystem::absolute(data()).string()), std::string::npos) << ini;
   EXPECT_NE(ini.find("ServerName=CN=Mail1/O=Acme"), std::string::npos) << ini;
+  EXPECT_NE(ini.find("KeyFilename=server.id"), std::string::npos) << ini;
+  EXPECT_TRUE(std::filesystem::exists(data() / "server.id"));
   EXPECT_TRUE(std::filesystem::exists(data() / "names.nsf"));
   EXPECT_TRUE(std::filesystem::exists(data() / "log.nsf"));
 
@@ -141,7 +143,7 @@ TEST_F(AdminInit, ServerAddWritesTheServerDocumentAndServersIni) {
   ok({"server", "add", "Mail3/Acme", "--down"});
   std::string ini = read(data() / "servers.ini");
   EXPECT_NE(ini.find("[CN=Mail2/O=Acme]\nDirectory=" + (root_ / "mail2").string() + "\n"), std::string::npos) << ini;
-  EXPECT_NE(ini.find("[CN=Mail3/O=Acme]\nDown=1\n"), std::string::npos) << ini;
+  EXPECT_NE(ini.find("[CN=Mail3/O=Acme]\nState=down\n"), std::string::npos) << ini;
 
   // Adding again replaces the entry (now down) instead of adding a second.
   ok({"server", "add", "Mail2/Acme", "--cluster", "AcmeCluster", "--down"});
