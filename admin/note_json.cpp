@@ -183,7 +183,10 @@ std::string note_text(const nlohmann::ordered_json& note) {
       << "  sequence " << note["sequence"] << "  modified " << note["modified"].get<std::string>() << "\n";
   for (const auto& item : note["items"]) {
     std::string flags;
-    for (const auto& flag : item["flags"]) flags += (flags.empty() ? "" : ",") + flag.get<std::string>();
+    for (const auto& flag : item["flags"]) {
+      if (!flags.empty()) flags += ',';
+      flags += flag.get<std::string>();
+    }
     const auto& value = item["value"];
     std::string shown;
     if (item["type"] == "time") {

@@ -92,7 +92,9 @@ std::vector<std::string> init_data_directory(const InitRequest& request) {
 
 void put_servers_ini_entry(const std::string& server, const std::string& directory, bool down) {
   const std::filesystem::path file = data_directory() / "servers.ini";
-  const std::string section = "[" + canonical_name(server) + "]";
+  std::string section = canonical_name(server);
+  section.insert(section.begin(), '[');
+  section += ']';
   std::string kept;
   if (std::ifstream in(file); in) {
     std::string line;

@@ -35,7 +35,8 @@ void start_runtime(const Location& location) {
 }
 
 void start_runtime_at(const std::filesystem::path& ini) {
-  std::string argument = "=" + std::filesystem::absolute(ini).string();
+  std::string argument = std::filesystem::absolute(ini).string();
+  argument.insert(argument.begin(), '=');
   std::vector<char*> argv = {const_cast<char*>("tarnwick-admin"), argument.data(), nullptr};
   check(NotesInitExtended(2, argv.data()), "cannot load " + ini.string());
   const std::filesystem::path directory = data_directory();

@@ -25,7 +25,8 @@ TEST_F(AdminVerify, ReportsSignedUnsignedAndTamperedNotes) {
   EXPECT_NE(read(data() / "server.id").find("Name: CN=Mail1/O=Acme"), std::string::npos);
 
   // Prepare a database as the server would: one signed note, one unsigned.
-  std::string ini = "=" + (data() / "notes.ini").string();
+  std::string ini = (data() / "notes.ini").string();
+  ini.insert(ini.begin(), '=');
   char program[] = "test";
   char* argv[] = {program, ini.data()};
   ASSERT_EQ(NotesInitExtended(2, argv), NOERROR);
