@@ -38,9 +38,12 @@ int64_t moment_of(const TIMEDATE& td) {
 TIMEDATE unique_now() {
   static std::mutex mutex;
   static int64_t last_moment = 0;
+  // The clock is read under the lock too: one reader at a time keeps the
+  // C library's time-zone state (which it guards with a lock the thread
+  // sanitizer cannot see) out of reach of concurrent store calls.
+  std::lock_guard lock(mutex);
   TIMEDATE now;
   OSCurrentTIMEDATE(&now);
-  std::lock_guard lock(mutex);
   if (moment_of(now) <= last_moment) {
     // Step to the next hundredth after the last one handed out.
     const int64_t next = last_moment + 1;
@@ -56,8 +59,7 @@ UNIVERSALNOTEID new_unid() {
   const uint64_t file = random64();
   unid.File.Innards[0] = static_cast<DWORD>(file);
   unid.File.Innards[1] = static_cast<DWORD>(file >> 32);
-  OSCurrentTIMEDATE(&unid.Note);
-  // Two notes made in the same hundredth differ in the random file part.
+  unid.Note = unique_now();
   return unid;
 }
 
