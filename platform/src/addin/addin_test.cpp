@@ -155,6 +155,7 @@ TEST_F(AddInTest, LogLinesCarryTimeTextAndStatusText) {
 }
 
 TEST_F(AddInTest, WithoutALogStoreLinesStillReachTheConsole) {
+  tarnwick::rt::install_server_log_store(nullptr);
   ::testing::internal::CaptureStdout();
   AddInLogMessageText("plain line", NOERROR);
   EXPECT_NE(::testing::internal::GetCapturedStdout().find("  plain line\n"), std::string::npos);

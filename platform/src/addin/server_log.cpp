@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <mutex>
 
+#include "addin/log_database.h"
 #include "globerr.h"
 
 namespace tarnwick::rt {
@@ -11,6 +12,7 @@ namespace {
 struct LogState {
   std::mutex mutex;
   std::shared_ptr<ServerLogStore> store;  // guarded by mutex
+  bool chosen = false;                    // guarded by mutex: a store was installed, or the default taken
 };
 
 LogState& state() {
@@ -18,8 +20,13 @@ LogState& state() {
   return *s;
 }
 
+// The installed store; without one, the log database.
 std::shared_ptr<ServerLogStore> current_store() {
   std::lock_guard guard(state().mutex);
+  if (!state().chosen) {
+    state().store = std::make_shared<LogDatabaseStore>();
+    state().chosen = true;
+  }
   return state().store;
 }
 
@@ -27,6 +34,7 @@ std::shared_ptr<ServerLogStore> current_store() {
 
 std::shared_ptr<ServerLogStore> install_server_log_store(std::shared_ptr<ServerLogStore> store) {
   std::lock_guard guard(state().mutex);
+  state().chosen = true;
   std::swap(state().store, store);
   return store;
 }

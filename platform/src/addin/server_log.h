@@ -3,9 +3,10 @@
 // per line with its time, task name and text; the admin tool reads the
 // entries back ("log").
 //
-// The log database is reached through a ServerLogStore. Until one is
-// installed, lines reach only the console and read_server_log reports
-// ERR_NOT_SUPPORTED.
+// The log database is reached through a ServerLogStore: by default the
+// log.nsf of the data directory (addin/log_database.h). Tests may install
+// another, or none (nullptr): then lines reach only the console and
+// read_server_log reports ERR_NOT_SUPPORTED.
 //
 // Thread-safe: lines from several threads never mix on the console.
 #pragma once

@@ -147,6 +147,11 @@ constexpr StatusText kStatusTexts[] = {
     {ERR_OOO_MSGTOOLARGE, "OOOAPI: Body of the message is too large"},
     {ERR_OOO_NAMELOOKUP, "OOOAPI: Namelookup for user '%s' on server '%s' failed"},
     {ERR_OOO_NAMELOOKUPATTR, "OOOAPI: Extended directory '%a' on server '%a' does not have attributes 'MailServer' and 'MailFile'. This information is required for enabling Out of Office"},
+    {ERR_DXL_INVALID_PARAMETER, "Invalid function parameter"},
+    {ERR_DXL_INVALID_PROPERTY_VALUE, "Invalid Property Value for Property specified"},
+    {ERR_DXL_INVALID_PROPERTY, "Invalid Property specified"},
+    {ERR_DXL_IMPORTER_FAILED, "DXL importer failed"},
+    {ERR_XML_PROPERTY_IS_READONLY, "Attempt to change a readonly property of an XML processor"},
     {ERR_AUTH_NAME_AMBIGUOUS_MATCH, "Multiple Notes name matches found in directory"},
     {ERR_DN_PARSE, "Error parsing Notes or LDAP Distinguished Name."},
 };

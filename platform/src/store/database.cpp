@@ -331,6 +331,53 @@ STATUS Database::delete_note(NOTEID id, WORD /*update_flags*/) {
   return transaction.commit();
 }
 
+STATUS Database::write_batch(Batch& batch, DWORD update_flags) {
+  for (Note* note : batch.writes) {
+    note->sync_value_blocks();
+    if (note->summary_size() > MAXSUMMARYSIZE) return ERR_SUMMARY_TOO_BIG;
+  }
+  struct Written {
+    NOTEID id;
+    DWORD sequence;
+    TIMEDATE when;
+  };
+  std::vector<Written> written;
+  written.reserve(batch.writes.size());
+  {
+    std::lock_guard lock(connection_->mutex);
+    WriteTransaction transaction(*connection_);
+    if (STATUS error = transaction.begin()) return error;
+    for (NOTEID id : batch.deletions) {
+      const TIMEDATE now = unique_now();
+      Statement stub = connection_->prepare(kStubNote);
+      stub.bind(1, id).bind(2, pack_timedate(now)).bind(3, moment_of(now));
+      if (STATUS error = done_or_error(stub.step())) return error;
+    }
+    for (Note* note : batch.writes) {
+      Written entry{0, 0, unique_now()};
+      if (STATUS error = write_note_locked(*note, update_flags, entry.when, &entry.id, &entry.sequence)) return error;
+      written.push_back(entry);
+    }
+    for (const auto& [key, value] : batch.meta) {
+      Statement row = connection_->prepare("INSERT OR REPLACE INTO meta(key, value) VALUES(?, ?)");
+      row.bind_text(1, key).bind_blob(2, value);
+      if (STATUS error = done_or_error(row.step())) return error;
+    }
+    if (STATUS error = transaction.commit()) return error;
+  }
+  for (size_t i = 0; i < written.size(); ++i) {
+    Note& note = *batch.writes[i];
+    note.id = written[i].id;
+    note.stored = true;
+    note.stored_sequence = written[i].sequence;
+    note.oid.Sequence = written[i].sequence;
+    note.oid.SequenceTime = written[i].when;
+    note.modified = written[i].when;
+    if (note.added.Innards[0] == 0 && note.added.Innards[1] == 0) note.added = written[i].when;
+  }
+  return NOERROR;
+}
+
 STATUS Database::special_note_id(WORD note_class, NOTEID* id) {
   note_class &= NOTE_CLASS_ALL;
   // Forms and views: the default one; the other classes have one note each.

@@ -88,6 +88,16 @@ class Database {
   // Replaces the note by a deletion stub.
   STATUS delete_note(NOTEID id, WORD update_flags);
 
+  // Changes stored together in one transaction: all of them or none (used
+  // by imports and design replacement, which must not leave half a design).
+  struct Batch {
+    std::vector<Note*> writes;       // stored as by write_note, in order
+    std::vector<NOTEID> deletions;   // replaced by deletion stubs (before the writes)
+    std::vector<std::pair<std::string, std::string>> meta;  // meta table entries to set
+  };
+  // On success every written note's header is updated as by write_note.
+  STATUS write_batch(Batch& batch, DWORD update_flags);
+
   // The special note of a class (icon, about, using, design collection,
   // default form or view): ERR_SPECIAL_ID when there is none.
   STATUS special_note_id(WORD note_class, NOTEID* id);

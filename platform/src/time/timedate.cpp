@@ -4,7 +4,8 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <mutex>
+#include <string>
+#include <string_view>
 
 #include "ostime.h"
 
@@ -70,33 +71,35 @@ CivilTime civil_from_ticks(int64_t ticks) {
 }
 
 LocalZone local_zone(std::time_t around) {
-  // mktime re-reads the zone settings each time (without TZ it frees and
-  // copies the zone name); the C library serialises that with a lock of its
-  // own that thread checkers cannot see, so the runtime takes one too.
-  static std::mutex zone_mutex;
-  std::lock_guard lock(zone_mutex);
   std::tm now{};
   localtime_r(&around, &now);
-  // The standard offset is the smaller of the winter and summer offsets:
-  // daylight saving always moves clocks forward.
-  std::tm probe{};
-  probe.tm_year = now.tm_year;
-  probe.tm_mday = 1;
-  probe.tm_isdst = -1;
-  probe.tm_mon = 0;
-  std::time_t january = std::mktime(&probe);
+  // Each thread remembers the last year and zone it looked at: the answer only
+  // changes with the year or with TZ.
+  struct Cached {
+    std::string tz;
+    int year = -1;
+    LocalZone zone{};
+  };
+  thread_local Cached cached;
+  const char* tz_env = std::getenv("TZ");
+  const std::string_view tz = tz_env != nullptr ? tz_env : "";
+  if (cached.year == now.tm_year && cached.tz == tz) return cached.zone;
+
+  // The standard offset is the smaller of the mid-winter and mid-summer
+  // offsets: daylight saving always moves clocks forward. Both moments are
+  // found from `around` without mktime, which is not safe to call from
+  // several threads.
+  const std::time_t mid_january = around - static_cast<std::time_t>(now.tm_yday - 14) * 86400;
+  const std::time_t mid_july = mid_january + static_cast<std::time_t>(181) * 86400;
   std::tm jan{};
-  localtime_r(&january, &jan);
-  probe = std::tm{};
-  probe.tm_year = now.tm_year;
-  probe.tm_mday = 1;
-  probe.tm_mon = 6;
-  probe.tm_isdst = -1;
-  std::time_t july = std::mktime(&probe);
   std::tm jul{};
-  localtime_r(&july, &jul);
+  localtime_r(&mid_january, &jan);
+  localtime_r(&mid_july, &jul);
   const long standard = std::min(jan.tm_gmtoff, jul.tm_gmtoff);
-  return LocalZone{static_cast<int>(standard), jan.tm_gmtoff != jul.tm_gmtoff};
+  cached.tz.assign(tz);
+  cached.year = now.tm_year;
+  cached.zone = LocalZone{static_cast<int>(standard), jan.tm_gmtoff != jul.tm_gmtoff};
+  return cached.zone;
 }
 
 DWORD zone_bits(int standard_offset_seconds, bool observes_dst) {
