@@ -97,9 +97,10 @@ IPOOO::~IPOOO() {
 }
 
 void IPOOO::reset(int clearRequest) {
-  // hAgent: closed with AgentClose by the agent operations' owner once they
-  // exist; nothing opens an agent before that.
-  hAgent = NULLHANDLE;
+  if (hAgent != NULLHANDLE) {
+    AgentClose(hAgent);
+    hAgent = NULLHANDLE;
+  }
   if (hProfile != NULLHANDLE) {
     NSFNoteClose(hProfile);
     hProfile = NULLHANDLE;

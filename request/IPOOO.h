@@ -29,6 +29,7 @@
 #include <string>
 #include <vector>
 
+#include "agents.h"
 #include "global.h"
 #include "ostime.h"
 #include "request/IPException.h"
@@ -86,9 +87,7 @@ class IPOOO {
   DBHANDLE hMailDb = NULLHANDLE;               // the user's mail database
   NOTEHANDLE hProfile = NULLHANDLE;            // "OutOfOfficeProfile"
   NOTEHANDLE hServiceProfile = NULLHANDLE;     // "OOServiceProfile"
-  // The out-of-office agent; the agent operations that open it close it
-  // with AgentClose in reset (until they exist, nothing opens one).
-  DHANDLE hAgent = NULLHANDLE;
+  HAGENT hAgent = NULLHANDLE;                  // the "OutOfOffice" agent
 
   // --- Request values (names as in the request document) -----------------
   std::string Username;  // LMBCS
