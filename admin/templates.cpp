@@ -1,5 +1,6 @@
 #include "templates.h"
 
+#include "acl.h"
 #include "dxlimport.h"
 #include "failure.h"
 #include "lmbcs_text.h"
@@ -80,6 +81,27 @@ std::string template_name_of(DBHANDLE db) {
   return name;
 }
 
+void LNCALLBACK collect_entry_name(void* names, char* name, WORD, ACL_PRIVILEGES*, WORD) {
+  static_cast<std::vector<std::string>*>(names)->push_back(name);
+}
+
+// A database made from a template gets the template's own ACL entries
+// ("[Name]", stored as "Name"), not the entries that guard the template
+// itself. The default entry stays (no access unless the template says).
+STATUS take_template_acl(DBHANDLE template_db, DBHANDLE db) {
+  DHANDLE acl = NULLHANDLE;
+  if (STATUS error = NSFDbReadACL(db, &acl)) return error;
+  std::vector<std::string> names;
+  STATUS status = ACLEnumEntries(acl, collect_entry_name, &names);
+  for (const std::string& name : names) {
+    if (status == NOERROR && name != ACL_DEFAULT_NAME) status = ACLDeleteEntry(acl, name.c_str());
+  }
+  if (status == NOERROR) status = NSFDbStoreACL(db, acl, 0, ACL_STORE_UPDATE);
+  OSMemFree(acl);
+  if (status == NOERROR) status = NSFDbCopyTemplateACL(template_db, db, nullptr, ACL_LEVEL_NOACCESS);
+  return status;
+}
+
 }  // namespace
 
 std::filesystem::path default_design_directory() { return TARNWICK_DESIGN_DIR; }
@@ -120,8 +142,16 @@ void create_from_template(const std::string& template_file, const std::string& p
     NSFDbInfoModify(info, INFOPARSE_DESIGN_CLASS, template_name.c_str());
     status = NSFDbInfoSet(db, info);
   }
+  std::string failed = status == NOERROR ? "" : "cannot set the design inheritance of " + path;
+  if (status == NOERROR) {
+    DBHANDLE template_db = NULLHANDLE;
+    status = NSFDbOpen(to_lmbcs(template_file).c_str(), &template_db);
+    if (status == NOERROR) status = take_template_acl(template_db, db);
+    NSFDbClose(template_db);
+    if (status != NOERROR) failed = "cannot give " + path + " the ACL of " + template_file;
+  }
   NSFDbClose(db);
-  check(status, "cannot set the design inheritance of " + path);
+  check(status, failed);
 }
 
 }  // namespace tarnwick::admin

@@ -121,6 +121,15 @@ TEST_F(AdminInit, ProvisionsNotesIniDirectoryAndLog) {
   }
   for (const char* view : {"($Users)", "($Servers)", "($Clusters)", "($Groups)"}) EXPECT_TRUE(views.count(view)) << view;
 
+  // names.nsf takes the template's own ACL entries, roles included.
+  std::map<std::string, nlohmann::json> acl;
+  const auto names_acl = json({"acl", "show", "names.nsf", "--json"});
+  for (const auto& entry : names_acl["entries"]) acl[entry["name"]] = entry;
+  EXPECT_EQ(acl["-Default-"]["level"], "reader");
+  EXPECT_EQ(acl["LocalDomainServers"]["level"], "manager");
+  EXPECT_NE(acl["LocalDomainServers"]["roles"].dump().find("[UserCreator]"), std::string::npos);
+  EXPECT_EQ(acl.count("[-Default-]"), 0u);
+
   // The Server document, with the cluster.
   const auto notes = json({"note", "list", "names.nsf", "--class", "data", "--json"});
   ASSERT_EQ(notes.size(), 1u) << notes.dump();

@@ -111,6 +111,9 @@ TEST_F(AdminDirectory, MailFilesCarryTheProfilesOfAFreshUser) {
   EXPECT_EQ(levels["CN=Jane Doe/O=Acme"], "manager");
   EXPECT_EQ(levels["CN=Mail1/O=Acme"], "manager");
   EXPECT_EQ(levels["-Default-"], "noaccess");
+  // The template's entries guarding the template itself stay behind.
+  for (const auto& [name, level] : levels) EXPECT_NE(name.front(), '[') << name;
+  EXPECT_EQ(levels.count("OtherDomainServers"), 0u);
 
   const Result exists = run({"--data", data().string(), "mailfile", "create", "mail/bob.nsf", "--owner", "X"});
   EXPECT_EQ(exists.code, 1);
