@@ -1,0 +1,139 @@
+// IPOOO: the context of one request.
+//
+// A worker thread builds one context, runs exactly one processing frame on
+// the message it was given (processMsg for a plain request, the three
+// processRequest*Msg frames for page requests), resets it with reset(1) and
+// destroys it. The context holds the values parsed from the request document
+// (named after the document's element and attribute names), the platform
+// handles opened while the request runs, the XML parser and text converter,
+// and the reply being built.
+//
+// Ownership: every handle in the context was opened by the context and is
+// closed by reset(); the operations that open them may rely on reset to close
+// them on every path, also after an exception.
+//
+// Failures inside a request are IPException; the frames catch them and send
+// show() back to the reply queue named by MQName, so a failing request never
+// ends the task. getErrorMsg gives the platform's text of a STATUS, which is
+// what operations put into the IPException they raise.
+//
+// Threads: a context belongs to one thread. Constructing one takes a use of
+// the XML toolkit (initialising it on the first use in the process) and
+// destroying it gives that use back (terminating the toolkit with the last).
+#ifndef TARNWICK_REQUEST_IPOOO_H
+#define TARNWICK_REQUEST_IPOOO_H
+
+#include <xercesc/dom/DOMNode.hpp>
+#include <xercesc/parsers/XercesDOMParser.hpp>
+
+#include <string>
+#include <vector>
+
+#include "agents.h"
+#include "global.h"
+#include "ostime.h"
+#include "request/IPException.h"
+#include "request/XMLStringTranslate.h"
+
+class IPOOO {
+ public:
+  IPOOO();
+  virtual ~IPOOO();
+  IPOOO(const IPOOO&) = delete;
+  IPOOO& operator=(const IPOOO&) = delete;
+
+  // Closes what the request opened (agent, profile note, service profile
+  // note, mail database, in that order), each only if open. With clearRequest
+  // non-zero, also empties the request's texts and clears OOOEnable.
+  void reset(int clearRequest);
+
+  // Whether the request may ask the server's out-of-office service interface
+  // for the mail database's mode.
+  void useOOOAPI(int useApi) { useAPI = useApi; }
+
+  // The platform's text of a status (the flag bits are ignored).
+  std::string getErrorMsg(STATUS status);
+
+  // Processing frames. Each checks that the request file exists, parses it
+  // and answers on the reply queue MQName; a missing file, a document the
+  // parser rejects or a request without MQName get no reply.
+  void processMsg(std::string& path);
+  void processRequestMsg(std::string& path, char* directory, std::string& reservedText, std::string& serverURL,
+                         std::string& connectParams);
+  void processRequestMobileMsg(std::string& path, char* directory, std::string& reservedText,
+                               std::string& serverURL, std::string& connectParams);
+  void processRequestInstallIOSMsg(std::string& path, char* directory, std::string& reservedText,
+                                   std::string& serverURL, std::string& installIOSText);
+
+  // Puts text on the reply queue MQName as one message (no terminator; the
+  // length is the text's length cut to 16 bits). A queue that cannot be
+  // opened loses the reply silently.
+  void sendMQMessage(std::string& text);
+
+  // Parses the request document at path into this context. Returns non-zero
+  // when the document was parsed and walked; raises IPException from
+  // "xmlParser" for an empty document or a toolkit error.
+  int xmlParser(std::string& path);
+  // Stores the values of every Username element at and below node.
+  void receiveElements(xercesc::DOMNode* node);
+
+  // A compute-with-form error callback that lets every field pass.
+  static WORD LNCALLBACK CWFCallback(const void* field, WORD phase, STATUS error, HANDLE errorText,
+                                     WORD errorTextLength, void* context);
+
+  // --- Tools and handles -------------------------------------------------
+  XMLStringTranslate* translator = nullptr;    // made for "utf-8"
+  xercesc::XercesDOMParser* parser = nullptr;  // parses the request document
+  DBHANDLE hMailDb = NULLHANDLE;               // the user's mail database
+  NOTEHANDLE hProfile = NULLHANDLE;            // "OutOfOfficeProfile"
+  NOTEHANDLE hServiceProfile = NULLHANDLE;     // "OOServiceProfile"
+  HAGENT hAgent = NULLHANDLE;                  // the "OutOfOffice" agent
+
+  // --- Request values (names as in the request document) -----------------
+  std::string Username;  // LMBCS
+  std::string Message;   // LMBCS
+  std::string Subject;   // LMBCS
+  std::string MQName;    // LMBCS; empty: nowhere to answer
+  bool OOOEnable = false;
+  std::string MailServer;  // LMBCS
+  std::string MailBox;     // LMBCS
+  WORD Action = 0;         // kActionQuery, kActionSet, kActionUserStatus, else 0
+  std::string LoginName;   // UTF-8
+  std::string LoginServer;
+  std::string QueryUser;
+  std::string AppendSubjectDate;  // LMBCS
+  std::string DaysOut;            // LMBCS
+  bool AppendSubject = false;
+  bool ASDEnable = false;
+  bool InternetAddress = false;
+  bool IsIphone = false;
+  bool IsAndroid = false;
+  std::string ShowHours;  // as given
+  TIMEDATE leaveTime{};   // GMT, assembled from the StartTime* attributes
+  TIMEDATE returnTime{};  // GMT, assembled from the EndTime* attributes
+
+  // --- Working state -------------------------------------------------------
+  int useAPI = 0;
+  std::string replyText;              // sent back when a request fails
+  std::vector<std::string> nameList;  // working list of the queries
+  // Date parts of the current Username element, in local time, and whether
+  // the element carried any of them.
+  TIME leaveParts{};
+  TIME returnParts{};
+  int hasDates = 0;
+
+  static constexpr WORD kActionQuery = 1;
+  static constexpr WORD kActionSet = 2;
+  static constexpr WORD kActionUserStatus = 3;
+
+ private:
+  // Runs a page builder and sends its result; see processRequestMsg.
+  using PageBuilder = std::string& (IPOOO::*)(std::string& path, char* directory, std::string& reservedText,
+                                             std::string& serverURL, std::string& extra);
+  void processPageRequest(PageBuilder builder, std::string& path, char* directory, std::string& reservedText,
+                          std::string& serverURL, std::string& extra);
+  void storeAttribute(const XMLCh* name, const XMLCh* value);
+  void assembleDates();
+};
+
+#endif  // TARNWICK_REQUEST_IPOOO_H

@@ -1,0 +1,57 @@
+// The request worker thread.
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "osenv.h"
+#include "request/IPOOO.h"
+#include "task/NDAgent.h"
+
+RequestKind requestKindOf(const char* messageText) {
+  if (std::strstr(messageText, kMarkerInstallIOS) != nullptr) return RequestKind::InstallIOSPage;
+  if (std::strstr(messageText, kMarkerMobile) != nullptr) return RequestKind::MobilePage;
+  if (std::strstr(messageText, kMarkerWeb) != nullptr) return RequestKind::WebPage;
+  return RequestKind::Plain;
+}
+
+void process_request_record(const RequestThreadRecord& record, IPOOO& context) {
+  std::string message(record.MessageText);
+  std::string installIOSText(record.InstallIOSText);
+  std::string connectParams(record.ConnectParams);
+  std::string serverURL(record.ServerURL);
+  std::string reservedText(record.ReservedText);
+  char directory[sizeof record.OOODirectory];
+  std::memcpy(directory, record.OOODirectory, sizeof directory);
+
+  context.useOOOAPI(record.BuildVersion > kLastBuildWithoutOOOApi);
+  switch (requestKindOf(message.c_str())) {
+    case RequestKind::InstallIOSPage:
+      context.processRequestInstallIOSMsg(message, directory, reservedText, serverURL, installIOSText);
+      break;
+    case RequestKind::MobilePage:
+      context.processRequestMobileMsg(message, directory, reservedText, serverURL, connectParams);
+      break;
+    case RequestKind::WebPage:
+      context.processRequestMsg(message, directory, reservedText, serverURL, connectParams);
+      break;
+    case RequestKind::Plain:
+      context.processMsg(message);
+      break;
+  }
+  context.reset(1);
+}
+
+void run_request_of_record(const RequestThreadRecord& record) {
+  if (NotesInitThread() != NOERROR) return;
+  auto context = std::make_unique<IPOOO>();
+  process_request_record(record, *context);
+  NotesTermThread();
+}
+
+void* run_ooo_message_thread(void* record) {
+  // First action: the main loop reuses its record for the next message.
+  RequestThreadRecord own;
+  std::memcpy(&own, record, sizeof own);
+  run_request_of_record(own);
+  return nullptr;
+}
