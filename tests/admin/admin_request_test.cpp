@@ -93,7 +93,7 @@ class StandInTask {
   std::vector<Received> received_;
 };
 
-class AdminRequest : public AdminTest {
+class AdminRequestConcurrency : public AdminTest {
  protected:
   void SetUp() override {
     AdminTest::SetUp();
@@ -106,7 +106,7 @@ class AdminRequest : public AdminTest {
 
 constexpr const char* kAnswer = "<OOOReadObject><User OOOEnable=\"0\">Jane Doe</User></OOOReadObject>";
 
-TEST_F(AdminRequest, QueryWritesTheDocumentWaitsAndPrintsReplyAndAnswer) {
+TEST_F(AdminRequestConcurrency, QueryWritesTheDocumentWaitsAndPrintsReplyAndAnswer) {
   StandInTask task(kAnswer);
   const auto out = json({"request", "query", "--user", "Jane Doe/Acme", "--json"});
   EXPECT_EQ(out["reply"], "OK");
@@ -145,7 +145,7 @@ TEST_F(AdminRequest, QueryWritesTheDocumentWaitsAndPrintsReplyAndAnswer) {
   EXPECT_TRUE(has(text, kAnswer)) << text;
 }
 
-TEST_F(AdminRequest, SetCarriesEveryValueAndPagesCarryTheirMarkers) {
+TEST_F(AdminRequestConcurrency, SetCarriesEveryValueAndPagesCarryTheirMarkers) {
   StandInTask task(kAnswer);
   ok({"request", "set", "--user", "Jane Doe/Acme", "--mailserver", "Mail2/Acme", "--mailfile", "mail/x.nsf",
       "--enable", "--subject", "Away & gone", "--message", "Back soon\nJane", "--leave", "2026-03-02T09:30",
@@ -181,7 +181,7 @@ TEST_F(AdminRequest, SetCarriesEveryValueAndPagesCarryTheirMarkers) {
   EXPECT_TRUE(has(received[4].document, "Action=\"3\"")) << received[4].document;
 }
 
-TEST_F(AdminRequest, RawDocumentsGoUnchangedAndMakeTheQueueTheyName) {
+TEST_F(AdminRequestConcurrency, RawDocumentsGoUnchangedAndMakeTheQueueTheyName) {
   StandInTask task(kAnswer);
   const std::string raw =
       "<?xml version='1.0'?>\n<x><USERNAME mqname='MQ$MyReply' ACTION='21'>  jdoe </USERNAME></x>\n";
@@ -211,7 +211,7 @@ TEST_F(AdminRequest, RawDocumentsGoUnchangedAndMakeTheQueueTheyName) {
   EXPECT_EQ(both.code, 2) << both.err;
 }
 
-TEST_F(AdminRequest, NoReplyInTimeIsAFailureThatReturnsTheName) {
+TEST_F(AdminRequestConcurrency, NoReplyInTimeIsAFailureThatReturnsTheName) {
   StandInTask task("");
   const Result silent = run({"--data", data().string(), "request", "query", "--user", "jdoe", "--timeout", "300"});
   EXPECT_EQ(silent.code, 1);
@@ -222,7 +222,7 @@ TEST_F(AdminRequest, NoReplyInTimeIsAFailureThatReturnsTheName) {
   EXPECT_EQ(task.free_names(), 3);
 }
 
-TEST_F(AdminRequest, WithoutTheTaskTheErrorSaysSo) {
+TEST_F(AdminRequestConcurrency, WithoutTheTaskTheErrorSaysSo) {
   const Result result = run({"--data", data().string(), "request", "query", "--user", "jdoe"});
   EXPECT_EQ(result.code, 1);
   EXPECT_TRUE(has(result.err, "MQ$OOOServletList")) << result.err;
