@@ -24,6 +24,13 @@ constexpr const char* kScan =
     "SELECT note_id, note_class, note_flags, unid_file, unid_note, sequence, sequence_time, modified, added, "
     "parent, deleted, CASE WHEN ?1 THEN items ELSE x'' END FROM notes "
     "WHERE (note_class & ?2) != 0 AND (deleted = 0 OR ?3) AND modified_moment > ?4 ORDER BY note_id";
+// The same for the notes changed since a moment: "+note_id" keeps the
+// planner from walking the whole table in note ID order, so that it reads
+// only the changed notes through the modified_moment index.
+constexpr const char* kScanSince =
+    "SELECT note_id, note_class, note_flags, unid_file, unid_note, sequence, sequence_time, modified, added, "
+    "parent, deleted, CASE WHEN ?1 THEN items ELSE x'' END FROM notes "
+    "WHERE (note_class & ?2) != 0 AND (deleted = 0 OR ?3) AND modified_moment > ?4 ORDER BY +note_id";
 constexpr const char* kInsertNote =
     "INSERT INTO notes(note_id, note_class, note_flags, unid_file, unid_note, sequence, sequence_time, modified, "
     "modified_moment, added, parent, deleted, profile_key, title, design_flags, items) "
@@ -175,16 +182,29 @@ STATUS Database::profile_note_id(std::string_view key, NOTEID* id) {
   return NOERROR;
 }
 
+// The modification time of a write, taken inside its transaction: later
+// than every time already stored in the database, so that times follow the
+// order of commits, across threads and processes. A search for the notes
+// changed since the latest time it saw then misses none.
+STATUS Database::stamp_locked(TIMEDATE* now) {
+  Statement latest = connection_->prepare("SELECT max(modified_moment) FROM notes");
+  const int rc = latest.step();
+  if (rc != SQLITE_ROW) return status_from_sqlite(rc);
+  *now = unique_now_after(latest.column_int(0));
+  return NOERROR;
+}
+
 STATUS Database::write_note(Note& note, DWORD update_flags) {
   note.sync_value_blocks();
   if (note.summary_size() > MAXSUMMARYSIZE) return ERR_SUMMARY_TOO_BIG;
-  const TIMEDATE now = unique_now();
+  TIMEDATE now;
   NOTEID id = 0;
   DWORD sequence = 0;
   {
     std::lock_guard lock(connection_->mutex);
     WriteTransaction transaction(*connection_);
     if (STATUS error = transaction.begin()) return error;
+    if (STATUS error = stamp_locked(&now)) return error;
     if (STATUS error = write_note_locked(note, update_flags, now, &id, &sequence)) return error;
     if (STATUS error = transaction.commit()) return error;
   }
@@ -285,12 +305,13 @@ STATUS Database::write_note_locked(Note& note, DWORD update_flags, const TIMEDAT
 }
 
 STATUS Database::insert_profile_if_missing(Note& note, std::string_view key, NOTEID* id) {
-  const TIMEDATE now = unique_now();
+  TIMEDATE now;
   DWORD sequence = 0;
   {
     std::lock_guard lock(connection_->mutex);
     WriteTransaction transaction(*connection_);
     if (STATUS error = transaction.begin()) return error;
+    if (STATUS error = stamp_locked(&now)) return error;
     Statement row = connection_->prepare("SELECT note_id FROM notes WHERE profile_key = ?");
     row.bind_text(1, key);
     int rc = row.step();
@@ -313,10 +334,11 @@ STATUS Database::insert_profile_if_missing(Note& note, std::string_view key, NOT
 }
 
 STATUS Database::delete_note(NOTEID id, WORD /*update_flags*/) {
-  const TIMEDATE now = unique_now();
+  TIMEDATE now;
   std::lock_guard lock(connection_->mutex);
   WriteTransaction transaction(*connection_);
   if (STATUS error = transaction.begin()) return error;
+  if (STATUS error = stamp_locked(&now)) return error;
   {
     Statement row = connection_->prepare("SELECT deleted FROM notes WHERE note_id = ?");
     row.bind(1, id);
@@ -347,6 +369,8 @@ STATUS Database::write_batch(Batch& batch, DWORD update_flags) {
     std::lock_guard lock(connection_->mutex);
     WriteTransaction transaction(*connection_);
     if (STATUS error = transaction.begin()) return error;
+    TIMEDATE first;
+    if (STATUS error = stamp_locked(&first)) return error;  // later writes of the batch come after it
     for (NOTEID id : batch.deletions) {
       const TIMEDATE now = unique_now();
       Statement stub = connection_->prepare(kStubNote);
@@ -402,7 +426,7 @@ STATUS Database::scan(WORD class_mask, const ScanOptions& options, const ScanFun
   std::vector<Row> rows;
   {
     std::lock_guard lock(connection_->mutex);
-    Statement query = connection_->prepare(kScan);
+    Statement query = connection_->prepare(options.since != nullptr ? kScanSince : kScan);
     query.bind(1, options.with_items ? 1 : 0)
         .bind(2, class_mask)
         .bind(3, options.include_deleted ? 1 : 0)
