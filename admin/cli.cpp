@@ -49,6 +49,8 @@ int run_admin(int argc, char** argv) {
   add_setup_commands(cli);
   add_directory_commands(cli);
   add_inspect_commands(cli);
+  add_runtime_commands(cli);
+  add_request_commands(cli);
 
   try {
     app.parse(argc, argv);

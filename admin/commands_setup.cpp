@@ -21,7 +21,10 @@ void add_init(Cli& cli) {
   init->add_option("--server", request->server, "the server's name, e.g. Mail1/Acme")->required();
   init->add_option("--cluster", request->cluster, "the cluster the server belongs to");
   init->add_flag("--force", request->force,
-                 "provision a non-empty directory, replacing notes.ini, names.nsf and log.nsf");
+                 "provision a non-empty directory, replacing notes.ini, the templates, names.nsf and log.nsf");
+  init->add_option("--design", request->design_directory,
+                   "folder of the shipped designs (mail.xml, OOO.xml, names.xml); default: the source tree's")
+      ->check(CLI::ExistingDirectory);
   cli.on(init, [request] {
     const auto made = init_data_directory(*request);
     std::cout << "Provisioned " << request->directory.string() << ":\n";

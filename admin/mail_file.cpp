@@ -13,6 +13,7 @@
 #include "nsfprofile.h"
 #include "osmem.h"
 #include "session.h"
+#include "templates.h"
 
 namespace tarnwick::admin {
 namespace {
@@ -23,11 +24,7 @@ Database create_database(const MailFileRequest& request, MailFileResult& result)
   const std::filesystem::path data = data_directory();
   const std::string template_file = request.template_file.empty() ? kDefaultTemplate : request.template_file;
   if (std::filesystem::exists(data / template_file)) {
-    DBHANDLE handle = NULLHANDLE;
-    check(NSFDbCreateAndCopy(to_lmbcs(template_file).c_str(), to_lmbcs(request.path).c_str(), NOTE_CLASS_ALLNONDATA, 0,
-                             0, &handle),
-          "cannot create " + request.path + " from " + template_file);
-    NSFDbClose(handle);
+    create_from_template(template_file, request.path);
     result.template_used = template_file;
     return Database::open(request.path);
   }

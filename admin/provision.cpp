@@ -13,12 +13,14 @@
 #include "names.h"
 #include "nsfdb.h"
 #include "session.h"
+#include "templates.h"
 
 namespace tarnwick::admin {
 namespace {
 
 constexpr const char* kLogFile = "log.nsf";
 constexpr const char* kServerIdFile = "server.id";
+constexpr const char* kDirectoryTemplate = "names.ntf";
 
 bool is_empty_directory(const std::filesystem::path& directory) {
   std::error_code error;
@@ -53,6 +55,9 @@ std::vector<std::string> init_data_directory(const InitRequest& request) {
   if (!request.force && !is_empty_directory(directory)) {
     throw Failure(request.directory.string() + " is not empty (use --force to provision it anyway)");
   }
+  const std::filesystem::path designs =
+      request.design_directory.empty() ? default_design_directory() : request.design_directory;
+  check_design_directory(designs);
   std::error_code error;
   std::filesystem::create_directories(directory, error);
   if (error) throw Failure("cannot create " + request.directory.string() + ": " + error.message());
@@ -76,8 +81,12 @@ std::vector<std::string> init_data_directory(const InitRequest& request) {
         std::string("cannot create ") + kServerIdFile);
   made.push_back(std::string(kServerIdFile) + ": the server's identity and signing key");
 
+  const std::vector<std::string> templates = install_shipped_templates(designs, request.force);
+  made.insert(made.end(), templates.begin(), templates.end());
+
   if (request.force) replace_database(kDirectoryFile);
-  Database names = Database::create(kDirectoryFile);
+  create_from_template(kDirectoryTemplate, kDirectoryFile);
+  Database names = Database::open(kDirectoryFile);
   names.set_title("Directory");
   put_server_document(names, server, request.cluster);
   made.push_back(std::string(kDirectoryFile) + ": the directory, with the Server document of " +

@@ -1,6 +1,8 @@
 // A new server data directory: notes.ini (Directory, ServerName,
-// KeyFilename), the server's ID file server.id, the directory names.nsf with
-// the server's Server document, and the server log log.nsf.
+// KeyFilename), the server's ID file server.id, the templates built from the
+// shipped designs (mail.ntf, OOO.ntf, OOOEx.ntf, names.ntf) and OOO.xml, the
+// directory names.nsf made from names.ntf with the server's Server document,
+// and the server log log.nsf.
 #pragma once
 
 #include <filesystem>
@@ -14,6 +16,7 @@ struct InitRequest {
   std::string server;   // any name form; stored canonical
   std::string cluster;  // optional
   bool force = false;   // provision a non-empty directory, replacing what init writes
+  std::filesystem::path design_directory;  // empty: the source tree's design folder
 };
 
 // Provisions the directory and starts the runtime on it. Returns one line

@@ -1,5 +1,8 @@
 // The command line as a person meets it: usage errors, missing data
 // directories, init and notes.ini.
+#include <map>
+#include <set>
+
 #include "admin_harness.h"
 
 namespace tarnwick::admin::testing {
@@ -91,6 +94,42 @@ TEST_F(AdminInit, ProvisionsNotesIniDirectoryAndLog) {
   EXPECT_TRUE(std::filesystem::exists(data() / "names.nsf"));
   EXPECT_TRUE(std::filesystem::exists(data() / "log.nsf"));
 
+  // The templates are built from the shipped designs, and OOO.xml is there
+  // as shipped.
+  for (const char* file : {"mail.ntf", "OOO.ntf", "OOOEx.ntf", "names.ntf"}) {
+    EXPECT_TRUE(std::filesystem::exists(data() / file)) << file;
+  }
+  const char* source = std::getenv("TARNWICK_SOURCE_DIR");
+  ASSERT_NE(source, nullptr);
+  EXPECT_EQ(read(data() / "OOO.xml"), read(std::filesystem::path(source) / "design" / "OOO.xml"));
+  std::map<std::string, std::string> templates;
+  for (const char* file : {"OOO.ntf", "OOOEx.ntf"}) {
+    for (const auto& entry : json({"note", "list", file, "--class", "design", "--json"})) {
+      if (entry["class"] != "icon") continue;
+      const auto icon = json({"note", "dump", file, "--unid", entry["unid"], "--json"});
+      templates[file] = item(icon, "$TemplateFileName")["value"];
+    }
+  }
+  EXPECT_EQ(templates["OOO.ntf"], "OOO.ntf");
+  EXPECT_EQ(templates["OOOEx.ntf"], "OOOEx.ntf");
+
+  // The directory has the lookup views of its design, which read the items
+  // the tool writes.
+  std::set<std::string> views;
+  for (const auto& entry : json({"design", "list", "names.nsf", "--json"})) {
+    if (entry["class"] == "view") views.insert(entry["name"].get<std::string>());
+  }
+  for (const char* view : {"($Users)", "($Servers)", "($Clusters)", "($Groups)"}) EXPECT_TRUE(views.count(view)) << view;
+
+  // names.nsf takes the template's own ACL entries, roles included.
+  std::map<std::string, nlohmann::json> acl;
+  const auto names_acl = json({"acl", "show", "names.nsf", "--json"});
+  for (const auto& entry : names_acl["entries"]) acl[entry["name"]] = entry;
+  EXPECT_EQ(acl["-Default-"]["level"], "reader");
+  EXPECT_EQ(acl["LocalDomainServers"]["level"], "manager");
+  EXPECT_NE(acl["LocalDomainServers"]["roles"].dump().find("[UserCreator]"), std::string::npos);
+  EXPECT_EQ(acl.count("[-Default-]"), 0u);
+
   // The Server document, with the cluster.
   const auto notes = json({"note", "list", "names.nsf", "--class", "data", "--json"});
   ASSERT_EQ(notes.size(), 1u) << notes.dump();
@@ -117,6 +156,16 @@ TEST_F(AdminInit, RefusesANonEmptyDirectoryUnlessForced) {
   result = run({"init", data().string(), "--server", "Mail1/Acme", "--force"});
   EXPECT_EQ(result.code, 0) << result.err;
   EXPECT_TRUE(json({"person", "list", "--json"}).empty());
+}
+
+TEST_F(AdminInit, AMissingDesignFolderIsNamed) {
+  std::filesystem::create_directories(root_ / "designs");
+  const Result result =
+      run({"init", data().string(), "--server", "Mail1/Acme", "--design", (root_ / "designs").string()});
+  EXPECT_EQ(result.code, 1);
+  EXPECT_NE(result.err.find((root_ / "designs" / "mail.xml").string()), std::string::npos) << result.err;
+  EXPECT_EQ(lines(result.err), 1u) << result.err;
+  EXPECT_FALSE(std::filesystem::exists(data())) << "nothing is provisioned without the designs";
 }
 
 TEST_F(AdminInit, EnvGetAndSetReadAndWriteNotesIni) {

@@ -1,6 +1,7 @@
 // People, groups and mail files made with the tool, checked through the
 // tool's own JSON dumps.
 #include <map>
+#include <set>
 
 #include "admin_harness.h"
 
@@ -81,6 +82,19 @@ TEST_F(AdminDirectory, MailFilesCarryTheProfilesOfAFreshUser) {
   const auto agent = json({"note", "dump", "mail/bob.nsf", "--profile", "OutOfOfficeProfile", "--json"});
   EXPECT_EQ(item(agent, "TaskType")["value"], "1");
 
+  // The design comes from mail.ntf: the profile forms and the disabled
+  // out-of-office agent.
+  std::set<std::string> design;
+  for (const auto& entry : json({"design", "list", "mail/jdoe.nsf", "--json"})) {
+    design.insert(entry["name"].get<std::string>());
+    for (const auto& alias : entry["aliases"]) design.insert(alias.get<std::string>());
+  }
+  for (const char* name : {"OutofOfficeProfile", "CalendarProfile", "OutOfOffice", "Appointment", "($Calendar)"}) {
+    EXPECT_TRUE(design.count(name)) << name;
+  }
+  const auto ooo_agent = json({"note", "dump", "mail/jdoe.nsf", "--design", "OutOfOffice", "--json"});
+  EXPECT_EQ(item(ooo_agent, "$AssistFlags")["value"], "");  // no "E": disabled
+
   // Service mode marks the icon note.
   bool icon_marked = false;
   for (const auto& entry : json({"note", "list", "mail/jdoe.nsf", "--class", "design", "--json"})) {
@@ -97,6 +111,9 @@ TEST_F(AdminDirectory, MailFilesCarryTheProfilesOfAFreshUser) {
   EXPECT_EQ(levels["CN=Jane Doe/O=Acme"], "manager");
   EXPECT_EQ(levels["CN=Mail1/O=Acme"], "manager");
   EXPECT_EQ(levels["-Default-"], "noaccess");
+  // The template's entries guarding the template itself stay behind.
+  for (const auto& [name, level] : levels) EXPECT_NE(name.front(), '[') << name;
+  EXPECT_EQ(levels.count("OtherDomainServers"), 0u);
 
   const Result exists = run({"--data", data().string(), "mailfile", "create", "mail/bob.nsf", "--owner", "X"});
   EXPECT_EQ(exists.code, 1);

@@ -17,6 +17,8 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "osenv.h"
+
 extern char** environ;
 
 namespace tarnwick::admin::testing {
@@ -96,6 +98,16 @@ class AdminTest : public ::testing::Test {
   }
 
   std::filesystem::path data() const { return root_ / "data"; }
+
+  // Starts the runtime in the test's own process on the provisioned data
+  // directory, so that the test can hold queues, show a status line and log
+  // as a running task would while the tool looks at them.
+  void start_runtime_here() const {
+    std::string argument = "=" + (data() / "notes.ini").string();
+    char program[] = "admin-test";
+    char* argv[] = {program, argument.data(), nullptr};
+    ASSERT_EQ(NotesInitExtended(2, argv), NOERROR);
+  }
 
   static std::string read(const std::filesystem::path& file) {
     std::ifstream in(file);

@@ -192,16 +192,25 @@ DWORD read_quota(const fs::path& queue_dir) {
   return quota;
 }
 
-bool make_queue_dir(const fs::path& queue_dir, WORD quota) {
+bool make_queue_dir(const fs::path& queue_dir, std::string_view name, WORD quota) {
   std::error_code ec;
   fs::remove_all(queue_dir, ec);
   if (!fs::create_directory(queue_dir, ec) || !fs::create_directory(queue_dir / "msgs", ec) ||
       !fs::create_directory(queue_dir / "holders", ec)) {
     return false;
   }
+  std::ofstream(queue_dir / "name") << name;  // only for listings: the key decides identity
   std::ofstream out(queue_dir / "quota");
   out << (quota == 0 ? MAXWORD : quota) << '\n';
   return static_cast<bool>(out);
+}
+
+// The name a queue was made with; its key when the file is missing.
+std::string read_queue_name(const fs::path& queue_dir) {
+  std::ifstream in(queue_dir / "name");
+  std::string name;
+  std::getline(in, name);
+  return name.empty() ? queue_dir.filename().string() : name;
 }
 
 // This process's holdings, one per queue folder.
@@ -232,7 +241,7 @@ class QueueRegistry {
       if (has_live_holder(dir)) return ERR_DUPLICATE_MQ;
       holdings_.erase(dir.string());
     }
-    return make_and_hold_locked(dir, quota, /*created_unopened=*/true);
+    return make_and_hold_locked(dir, name, quota, /*created_unopened=*/true);
   }
 
   STATUS open(std::string_view name, bool create_if_missing, std::shared_ptr<MessageQueue>* ret_queue) {
@@ -252,7 +261,7 @@ class QueueRegistry {
         fs::remove_all(dir, ec);  // a stale queue of a dead process
         return ERR_NO_SUCH_MQ;
       }
-      if (STATUS status = make_and_hold_locked(dir, 0, /*created_unopened=*/false)) return status;
+      if (STATUS status = make_and_hold_locked(dir, name, 0, /*created_unopened=*/false)) return status;
     }
     Holding& holding = holdings_[dir.string()];
     if (!holding.lock) {
@@ -289,9 +298,9 @@ class QueueRegistry {
     bool created_unopened = false;
   };
 
-  STATUS make_and_hold_locked(const fs::path& dir, WORD quota, bool created_unopened) {
+  STATUS make_and_hold_locked(const fs::path& dir, std::string_view name, WORD quota, bool created_unopened) {
     std::error_code ec;
-    if (!make_queue_dir(dir, quota)) {
+    if (!make_queue_dir(dir, name, quota)) {
       fs::remove_all(dir, ec);
       return ERR_PROTECTED;
     }
@@ -481,6 +490,22 @@ bool put_quit_by_name(std::string_view name) {
   queue->put_quit();
   close_queue(queue);
   return true;
+}
+
+std::vector<QueueListing> list_queues() {
+  std::vector<QueueListing> queues;
+  std::error_code ec;
+  for (fs::directory_iterator it(queue_root(), ec), end; !ec && it != end; it.increment(ec)) {
+    const fs::path dir = it->path();
+    if (!it->is_directory(ec) || !has_live_holder(dir)) continue;
+    QueueListing listing;
+    listing.name = read_queue_name(dir);
+    for_each_message(dir / "msgs", [&](const char*) { ++listing.messages; });
+    listing.quitting = ::access((dir / "quit").c_str(), F_OK) == 0;
+    queues.push_back(std::move(listing));
+  }
+  std::sort(queues.begin(), queues.end(), [](const QueueListing& a, const QueueListing& b) { return a.name < b.name; });
+  return queues;
 }
 
 }  // namespace tarnwick::rt

@@ -5,6 +5,7 @@
 // upper case (so names match without case) with bytes outside [A-Z0-9$_.-]
 // written as %XX. The root is shared_state_root()/mq (shared_state.h):
 //
+//   <KEY>/name            the name the queue was made with (for listings)
 //   <KEY>/quota           the most messages the queue may hold (text)
 //   <KEY>/holders/<tag>   one file per holding process, locked while it lives
 //   <KEY>/msgs/<name>     one file per message; "." names are being written
@@ -47,6 +48,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "global.h"
 
@@ -108,5 +110,16 @@ STATUS close_queue(const std::shared_ptr<MessageQueue>& queue);
 // Puts the QUIT state on a queue by name, if a live queue of that name exists
 // (the admin's "tell <task> quit"). Returns whether it did.
 bool put_quit_by_name(std::string_view name);
+
+// A live queue as the admin's "mq list" shows it.
+struct QueueListing {
+  std::string name;  // as it was made (names match without case)
+  size_t messages = 0;
+  bool quitting = false;
+};
+
+// Every live queue of the current data directory, sorted by name. A snapshot:
+// queues and counts may change while it is taken.
+std::vector<QueueListing> list_queues();
 
 }  // namespace tarnwick::rt

@@ -178,6 +178,27 @@ TEST_F(MessageQueueTest, OpenCreateMakesAMissingQueue) {
   MQClose(queue, 0);
 }
 
+TEST_F(MessageQueueTest, ListingShowsLiveQueuesByTheirNamesWithCountsAndQuitState) {
+  MQHANDLE requests = make_queue("MQ$OutOfOffice");
+  MQHANDLE reply = make_queue("MQ$Reply_7");
+  ASSERT_EQ(put(requests, "a"), NOERROR);
+  ASSERT_EQ(put(requests, "b"), NOERROR);
+  MQPutQuitMsg(reply);
+  auto listed = tarnwick::rt::list_queues();
+  ASSERT_EQ(listed.size(), 2u);
+  EXPECT_EQ(listed[0].name, "MQ$OutOfOffice");
+  EXPECT_EQ(listed[0].messages, 2u);
+  EXPECT_FALSE(listed[0].quitting);
+  EXPECT_EQ(listed[1].name, "MQ$Reply_7");
+  EXPECT_EQ(listed[1].messages, 0u);
+  EXPECT_TRUE(listed[1].quitting);
+  MQClose(reply, 0);
+  listed = tarnwick::rt::list_queues();
+  ASSERT_EQ(listed.size(), 1u) << "a closed queue is gone";
+  EXPECT_EQ(listed[0].name, "MQ$OutOfOffice");
+  MQClose(requests, 0);
+}
+
 TEST_F(MessageQueueTest, BadHandlesGiveStatusesNotCrashes) {
   char buffer[4];
   WORD length = 9;

@@ -1,0 +1,145 @@
+#include "request.h"
+
+#include <unistd.h>
+
+#include <chrono>
+#include <fstream>
+#include <sstream>
+
+#include "failure.h"
+#include "globerr.h"
+#include "mq.h"
+#include "queue.h"
+#include "session.h"
+
+namespace tarnwick::admin {
+namespace {
+
+constexpr size_t kMaxRequestMessage = 512;  // the task reads no longer path
+constexpr const char* kSpoolFolder = "spool";
+
+std::string read_file(const std::filesystem::path& file) {
+  std::ifstream in(file, std::ios::binary);
+  if (!in) throw Failure("cannot read " + file.string());
+  std::ostringstream bytes;
+  bytes << in.rdbuf();
+  return bytes.str();
+}
+
+void write_file(const std::filesystem::path& file, const std::string& bytes) {
+  std::ofstream out(file, std::ios::binary | std::ios::trunc);
+  out << bytes;
+  if (!out.flush()) throw Failure("cannot write " + file.string());
+}
+
+// A new file name in the spool folder: the kind's marker (if any), then the
+// process and a clock reading, so that concurrent tools never collide.
+std::filesystem::path new_request_path(RequestKind kind) {
+  const std::filesystem::path folder = data_directory() / kSpoolFolder;
+  std::error_code error;
+  std::filesystem::create_directories(folder, error);
+  if (error) throw Failure("cannot create " + folder.string() + ": " + error.message());
+  const auto ticks = std::chrono::steady_clock::now().time_since_epoch().count();
+  const std::string marker(file_marker_of(kind));
+  return folder / ((marker.empty() ? std::string("request_") : marker) + std::to_string(::getpid()) + "_" +
+                   std::to_string(ticks) + ".xml");
+}
+
+Queue open_task_queue(const char* name) {
+  try {
+    return Queue::open(name);
+  } catch (const Failure& failure) {
+    throw Failure(std::string(failure.what()) + "; is the tarnwick task running?");
+  }
+}
+
+// A reply queue name taken from the servlet list, put back at scope end.
+class BorrowedName {
+ public:
+  BorrowedName(Queue& list, long long timeout_ms) : list_(list) {
+    const auto name = list_.get(timeout_ms);
+    if (!name) {
+      throw Failure("no reply queue name free on " + list_.name() + " within " + std::to_string(timeout_ms) + " ms");
+    }
+    name_ = *name;
+  }
+  BorrowedName(const BorrowedName&) = delete;
+  BorrowedName& operator=(const BorrowedName&) = delete;
+  ~BorrowedName() {
+    try {
+      list_.put(name_);
+    } catch (const Failure&) {
+      // The task's list is gone or quitting: the name dies with it.
+    }
+  }
+  const std::string& name() const { return name_; }
+
+ private:
+  Queue& list_;
+  std::string name_;
+};
+
+// The reply queue, made for this request (a live queue of that name belongs
+// to another request in flight).
+Queue make_reply_queue(const std::string& name) {
+  const STATUS status = MQCreate(name.c_str(), 0, 0);
+  if (ERR(status) == ERR_DUPLICATE_MQ) throw Failure("reply queue " + name + " is in use by another request");
+  check(status, "cannot create reply queue " + name);
+  return Queue::open(name);
+}
+
+long long milliseconds_since(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
+}
+
+// Writes the document, puts its path on the request queue and waits.
+RequestOutcome exchange(const RequestOptions& options, const std::string& document,
+                        const std::optional<std::string>& reply_queue_name) {
+  Queue requests = open_task_queue(kRequestQueue);
+  std::optional<Queue> reply_queue;
+  if (reply_queue_name) reply_queue.emplace(make_reply_queue(*reply_queue_name));
+
+  RequestOutcome outcome;
+  const std::filesystem::path path = new_request_path(options.kind);
+  outcome.path = path.string();
+  if (outcome.path.size() > kMaxRequestMessage) {
+    throw Failure("the request file's path " + outcome.path + " is longer than " +
+                  std::to_string(kMaxRequestMessage) + " bytes");
+  }
+  write_file(path, document);
+  struct RemoveUnlessKept {
+    const std::filesystem::path& path;
+    bool keep;
+    ~RemoveUnlessKept() {
+      std::error_code ignored;
+      if (!keep) std::filesystem::remove(path, ignored);
+    }
+  } cleanup{path, options.keep_file || !reply_queue};  // without a reply the task may read it any time
+
+  const auto start = std::chrono::steady_clock::now();
+  requests.put(outcome.path);
+  if (reply_queue) {
+    outcome.reply = reply_queue->get(options.timeout_ms);
+    outcome.elapsed_ms = milliseconds_since(start);
+    if (!outcome.reply) throw Failure("no reply within " + std::to_string(options.timeout_ms) + " ms");
+  }
+  outcome.document = read_file(path);
+  return outcome;
+}
+
+}  // namespace
+
+RequestOutcome send_request(const RequestOptions& options) {
+  if (!options.raw_file.empty()) {
+    const std::string document = read_file(options.raw_file);
+    return exchange(options, document, reply_queue_named_in(document));
+  }
+  Queue servlet_list = open_task_queue(kServletListQueue);
+  BorrowedName reply_name(servlet_list, options.timeout_ms);
+  RequestValues values = options.values;
+  values.reply_queue = reply_name.name();
+  values.action = std::string(action_of(options.kind));
+  return exchange(options, request_document(values), reply_name.name());
+}
+
+}  // namespace tarnwick::admin
