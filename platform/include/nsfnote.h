@@ -215,6 +215,45 @@ typedef STATUS(LNCALLBACK *NSFITEMSCANPROC)(WORD Spare, WORD ItemFlags, char *Na
                                             DWORD ValueLength, void *RoutineParameter);
 STATUS LNPUBLIC NSFItemScan(NOTEHANDLE hNote, NSFITEMSCANPROC ActionRoutine, void *RoutineParameter);
 
+/* Compute with form. NSFNoteComputeWithForm runs the field formulas of a
+ * form on the note: with hFormNote NULLHANDLE the form named by the note's
+ * "Form" item (name or alias), else the database's default form. First for
+ * every field in form order: computed fields get their value formula's
+ * value, computed-when-composed fields only when the item is missing,
+ * missing editable fields their default value. Then again in form order:
+ * editable fields run input translation (the result replaces the item) and
+ * input validation (@Failure("text") fails; ErrorText holds the text),
+ * and their value is checked against the field type (text that reads as a
+ * number or time is converted); computed fields are computed again;
+ * computed-for-display items are removed. Fields of the form are described
+ * by the form note (dxl/form_design.h in the runtime).
+ * An error calls ErrorRoutine with the field (CDFIELD, editods.h), the
+ * phase, the status and a memory block holding the error text as a
+ * TYPE_TEXT_LIST value with its type word (freed after the call); the answer
+ * CWF_NEXT_FIELD skips the rest of the field, CWF_RECHECK_FIELD repeats the
+ * phase (at most a few times), anything else stops with that status. With
+ * CWF_CONTINUE_ON_ERROR errors are passed over and the routine is not
+ * called; without routine the first error stops. A form that cannot be
+ * found gives ERR_NOT_FOUND. The note is changed in memory only. */
+#define CWF_CONTINUE_ON_ERROR 0x0001
+
+#define CWF_ABORT 1
+#define CWF_NEXT_FIELD 2
+#define CWF_RECHECK_FIELD 3
+
+#define CWF_DV_FORMULA 1
+#define CWF_IT_FORMULA 2
+#define CWF_IV_FORMULA 3
+#define CWF_COMPUTED_FORMULA 4
+#define CWF_DATATYPE_CONVERSION 5
+#define CWF_COMPUTED_FORMULA_LOAD CWF_COMPUTED_FORMULA
+#define CWF_COMPUTED_FORMULA_SAVE 6
+
+typedef WORD(LNCALLBACK *CWF_ERROR_PROC)(const void *pCDField, WORD phase, STATUS error, DHANDLE ErrorText,
+                                         WORD wErrorTextSize, void *ctx);
+STATUS LNPUBLIC NSFNoteComputeWithForm(NOTEHANDLE hNote, NOTEHANDLE hFormNote, DWORD dwFlags,
+                                       CWF_ERROR_PROC ErrorRoutine, void *CallersContext);
+
 TARNWICK_EXTERN_C_END
 
 #endif /* TARNWICK_NSFNOTE_H */

@@ -51,6 +51,10 @@ STATUS MemoryFieldSource::set(std::string_view name, const Value& value) {
   return NOERROR;
 }
 
+void MemoryFieldSource::remove(std::string_view name) {
+  std::erase_if(items_, [&](const auto& item) { return equal_ignoring_case(item.first, name); });
+}
+
 // ---------------------------------------------------------------- control
 
 void Evaluator::charge(uint64_t steps) {
@@ -131,7 +135,7 @@ Value Evaluator::eval(const Node& node) {
       return Value::number(node.number);
     case NodeKind::kTimeConstant: {
       TIMEDATE t;
-      if (!time_from_constant(node.time, t)) return Value::failure(ERR_TDO_CONV);
+      if (!time_from_text(node.text, t)) return Value::failure(ERR_TDO_CONV);
       return Value::time(t);
     }
     case NodeKind::kKeyword:
@@ -192,8 +196,12 @@ Value Evaluator::eval_assignment(const Node& node) {
   if (value.is_error()) return_with(std::move(value));
   if (value.kind == Kind::kKeyword) return_with(Value::failure(ERR_KEYWORD_CONTEXT));
   if (node.kind == NodeKind::kAssignField) {
-    if (value.kind == Kind::kUnavailable) return value;
-    if (STATUS error = fields_.set(node.text, value)) abort(error);
+    // FIELD x := @DeleteField (or @Unavailable) removes the item.
+    if (value.kind == Kind::kUnavailable) {
+      fields_.remove(node.text);
+    } else if (STATUS error = fields_.set(node.text, value)) {
+      abort(error);
+    }
     modified_ = true;
     // The item now holds the value: a variable of that name no longer hides it.
     std::erase_if(variables_, [&](const auto& v) { return equal_ignoring_case(v.first, node.text); });

@@ -31,6 +31,8 @@ class FieldSource {
   virtual bool has(std::string_view name) = 0;
   // Creates or replaces the item.
   virtual STATUS set(std::string_view name, const Value& value) = 0;
+  // Deletes every item of that name (none there is no error).
+  virtual void remove(std::string_view name) = 0;
 };
 
 // Items held in memory, in the order they were first set.
@@ -39,6 +41,7 @@ class MemoryFieldSource : public FieldSource {
   bool get(std::string_view name, Value& out) override;
   bool has(std::string_view name) override;
   STATUS set(std::string_view name, const Value& value) override;
+  void remove(std::string_view name) override;
 
  private:
   std::vector<std::pair<std::string, Value>> items_;

@@ -10,6 +10,7 @@
 #include "formula.h"
 #include "formula/compiled.h"
 #include "formula/evaluator.h"
+#include "formula/note_fields.h"
 #include "globerr.h"
 #include "osmem.h"
 
@@ -43,16 +44,6 @@ void put_word(char* at, WORD w) {
 template <class T>
 void set_out(T* out, T value) {
   if (out != nullptr) *out = value;
-}
-
-// Item access for a note handle. The evaluator only needs FieldSource; the
-// note store provides the items.
-STATUS note_fields(NOTEHANDLE note, std::unique_ptr<FieldSource>& out) {
-  if (note == NULLHANDLE) {
-    out = std::make_unique<MemoryFieldSource>();
-    return NOERROR;
-  }
-  return ERR_INVALID_NOTE;
 }
 
 }  // namespace
@@ -204,10 +195,21 @@ STATUS LNPUBLIC NSFComputeEvaluate(HCOMPUTE hCompute, NOTEHANDLE hNote, DHANDLE*
   auto compute = handles().find_as<Compute>(hCompute, HandleKind::kCompute);
   if (!compute) return ERR_BAD_PARAM;
   try {
-    std::unique_ptr<FieldSource> fields;
-    if (STATUS status = note_fields(hNote, fields)) return status;
-    Evaluator evaluator(*fields);
-    EvalResult result = evaluator.run(*compute->program);
+    EvalResult result;
+    if (hNote == NULLHANDLE) {
+      MemoryFieldSource none;
+      Evaluator evaluator(none);
+      result = evaluator.run(*compute->program);
+    } else {
+      // FIELD assignments change the open note; no other call may change
+      // it meanwhile.
+      auto note = store::find_note(hNote);
+      if (!note) return ERR_BAD_PARAM;
+      std::lock_guard lock(note->mutex);
+      NoteFields fields(*note);
+      Evaluator evaluator(fields);
+      result = evaluator.run(*compute->program);
+    }
     if (result.status != NOERROR) return result.status;
     std::string bytes;
     if (STATUS status = encode_value(result.value, bytes)) return status;

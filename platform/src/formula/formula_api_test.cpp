@@ -171,11 +171,15 @@ TEST(FormulaEvaluate, RunawayAndOversizedWorkStopsWithAStatus) {
   EXPECT_EQ(evaluate(wide).status, ERR_COMPUTE_LENGTH_WORD);
 }
 
-TEST(FormulaEvaluate, UserNameIsTheServersNameFromNotesIni) {
+TEST(FormulaEvaluate, UserNameAndNameCompletionUseTheServersNameFromNotesIni) {
   tarnwick::testing::TempDataDirectory data("ServerName=CN=Srv1/O=Org\n");
   Evaluated e = evaluate("@UserName");
   ASSERT_EQ(e.type(), TYPE_TEXT_LIST);
   EXPECT_EQ(e.bytes.substr(6), "CN=Srv1/O=Org");
+  // "Name/" is completed from the same name.
+  e = evaluate("@Name([Canonicalize]; \"Mary Tsen/\")");
+  ASSERT_EQ(e.type(), TYPE_TEXT_LIST);
+  EXPECT_EQ(e.bytes.substr(6), "CN=Mary Tsen/O=Org");
 }
 
 TEST(FormulaCompile, DeepNestingIsACompileErrorNotACrash) {

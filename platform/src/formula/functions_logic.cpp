@@ -82,6 +82,7 @@ void add_logic_functions(std::vector<Builtin>& table) {
   table.push_back({"Failure", 1, 1, fn_failure});
   table.push_back({"Nothing", 0, 0, fn_nothing});
   table.push_back({"Unavailable", 0, 0, fn_unavailable});
+  table.push_back({"DeleteField", 0, 0, fn_unavailable});
   table.push_back({"DeleteDocument", 0, 0, fn_delete_document});
   table.push_back({"IsAvailable", 1, 1, nullptr, fn_is_available});
   table.push_back({"IsUnavailable", 1, 1, nullptr, fn_is_unavailable});

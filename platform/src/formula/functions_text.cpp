@@ -8,6 +8,7 @@
 #include "formula/evaluator.h"
 #include "formula/functions.h"
 #include "formula/text_format.h"
+#include "formula/time_support.h"
 #include "globerr.h"
 
 namespace tarnwick::rt::formula {
@@ -402,23 +403,23 @@ Value fn_text_to_number(Evaluator& eval, std::vector<Value>& args) {
   return out;
 }
 
-// @Text(value [; format]): numbers and times by their format codes, texts
-// unchanged.
+// @Text(value [; format]): numbers and times by their format codes in the
+// international settings, texts unchanged.
 Value fn_text(Evaluator& eval, std::vector<Value>& args) {
   std::string format;
   if (args.size() == 2 && !first_text(args[1], format)) return Value::failure(ERR_TEXT_EXPECTED);
   const Value& v = args[0];
+  if (v.kind == Kind::kText) return v;
+  const INTLFORMAT& intl = intl_settings();
   Value out = Value::text_list({});
   switch (v.kind) {
-    case Kind::kText:
-      return v;
     case Kind::kNumber:
-      for (double n : v.numbers) out.texts.push_back(format_number(n, format));
+      for (double n : v.numbers) out.texts.push_back(format_number(intl, n, format));
       break;
     case Kind::kTime:
       for (const auto& t : v.times) {
         std::string text;
-        if (STATUS error = format_time(t, format, text)) return Value::failure(error);
+        if (STATUS error = format_time(intl, t, format, text)) return Value::failure(error);
         out.texts.push_back(std::move(text));
       }
       break;

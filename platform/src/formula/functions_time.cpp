@@ -7,6 +7,7 @@
 #include "formula/functions.h"
 #include "formula/time_support.h"
 #include "globerr.h"
+#include "ostime.h"
 
 namespace tarnwick::rt::formula {
 namespace {
@@ -78,9 +79,12 @@ Value fn_today(Evaluator&, std::vector<Value>&) { return Value::time(local_date(
 Value fn_tomorrow(Evaluator&, std::vector<Value>&) { return Value::time(local_date(1)); }
 Value fn_yesterday(Evaluator&, std::vector<Value>&) { return Value::time(local_date(-1)); }
 
-// @Adjust(time; years; months; days; hours; minutes; seconds): seconds to
-// days first, then months and years, each carrying over (11/3 - 7 days - 1
-// month = 9/27).
+// @Adjust(time; years; months; days; hours; minutes; seconds): as
+// TimeDateAdjust moves a time: hours, minutes and seconds are elapsed time,
+// days, months and years move along the local calendar keeping the clock
+// time (11/3 - 7 days - 1 month = 9/27; 1/31 + 1 month = the last day of
+// February). Keywords ([InLocalTime], [InGMT]) are accepted and change
+// nothing: calendar moves are always local.
 Value fn_adjust(Evaluator& eval, std::vector<Value>& args) {
   std::vector<int> n;
   if (!whole_numbers(args, 1, 7, n)) return Value::failure(ERR_NUMBER_EXPECTED);
@@ -90,35 +94,9 @@ Value fn_adjust(Evaluator& eval, std::vector<Value>& args) {
   if (args[0].kind != Kind::kTime) return Value::failure(ERR_TIME_EXPECTED);
   eval.charge(args[0].times.size());
   Value out = Value::time_list({});
-  for (const auto& t : args[0].times) {
-    LocalTime local;
-    if (!to_local(t, local)) return Value::failure(ERR_TDO_CONV);
-    TIMEDATE step;
-    local.day += n[2];
-    local.hour += n[3];
-    local.minute += n[4];
-    local.second += n[5];
-    if (local.has_time) {
-      // Carry seconds into days through one normalisation pass.
-      const int64_t seconds = ((int64_t(local.hour) * 60 + local.minute) * 60) + local.second;
-      int64_t days = seconds >= 0 ? seconds / 86400 : (seconds - 86399) / 86400;
-      const int64_t rest = seconds - days * 86400;
-      local.hour = static_cast<int>(rest / 3600);
-      local.minute = static_cast<int>(rest % 3600 / 60);
-      local.second = static_cast<int>(rest % 60);
-      if (local.has_date) local.day += static_cast<int>(days);
-    }
-    if (local.has_date) {
-      // Settle the day count into a calendar date, then move months and years.
-      LocalTime date{true, false, local.year, local.month, local.day};
-      LocalTime settled;
-      if (!from_local(date, step) || !to_local(step, settled)) return Value::failure(ERR_TDO_CONV);
-      local.year = settled.year + n[0];
-      local.month = settled.month + n[1];
-      local.day = settled.day;
-    }
-    if (!from_local(local, step)) return Value::failure(ERR_TDO_CONV);
-    out.times.push_back(step);
+  for (TIMEDATE t : args[0].times) {
+    if (TimeDateAdjust(&t, n[5], n[4], n[3], n[2], n[1], n[0])) return Value::failure(ERR_TDO_CONV);
+    out.times.push_back(t);
   }
   return out;
 }
@@ -155,23 +133,17 @@ Value fn_minute(Evaluator& e, std::vector<Value>& a) { return component(e, a[0],
 Value fn_second(Evaluator& e, std::vector<Value>& a) { return component(e, a[0], Part::kSecond); }
 Value fn_weekday(Evaluator& e, std::vector<Value>& a) { return component(e, a[0], Part::kWeekday); }
 
-// @TextToTime: the syntax of time-date constants, plus Today, Yesterday and
-// Tomorrow. Text that is no time gives an error.
+// @TextToTime: text read as ConvertTextToTIMEDATE reads it, with the
+// international settings' date order and Today/Yesterday/Tomorrow words.
+// Text that is no time gives an error.
 Value fn_text_to_time(Evaluator& eval, std::vector<Value>& args) {
   if (args[0].kind == Kind::kTime) return args[0];
   if (args[0].kind != Kind::kText) return Value::failure(ERR_TEXT_EXPECTED);
   eval.charge(args[0].texts.size());
   Value out = Value::time_list({});
   for (const auto& text : args[0].texts) {
-    if (equal_ignoring_case(text, "Today") || equal_ignoring_case(text, "Yesterday") ||
-        equal_ignoring_case(text, "Tomorrow")) {
-      out.times.push_back(local_date(equal_ignoring_case(text, "Today") ? 0 : equal_ignoring_case(text, "Tomorrow") ? 1 : -1));
-      continue;
-    }
-    TimeConstant constant;
     TIMEDATE t;
-    if (text.size() > 80 || !parse_time_constant(text, constant) || !time_from_constant(constant, t))
-      return Value::failure(ERR_TOTIME);
+    if (text.size() > 256 || !time_from_text(text, t)) return Value::failure(ERR_TOTIME);
     out.times.push_back(t);
   }
   return out;

@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "formula/functions.h"
+#include "formula/time_support.h"
 #include "formula/value.h"
 #include "globerr.h"
 
@@ -21,7 +22,6 @@ struct Token {
   Tok type = Tok::kEnd;
   std::string text;  // literal text, name, keyword or operator spelling
   double number = 0;
-  TimeConstant time;
   uint32_t offset = 0;
   uint32_t length = 0;
 };
@@ -176,8 +176,12 @@ class Lexer {
       t.text = upper_ascii(inside);
       return;
     }
-    if (!parse_time_constant(inside, t.time)) throw SyntaxError{ERR_TDO_CONV, uint32_t(start), length};
+    // Checked here so that a bad constant is a compile error; its value is
+    // taken when the formula runs, in the zone and settings of that moment.
+    TIMEDATE checked;
+    if (!time_from_text(inside, checked)) throw SyntaxError{ERR_TDO_CONV, uint32_t(start), length};
     t.type = Tok::kTime;
+    t.text = std::string(inside);
   }
 
   void lex_operator(Token& t) {
@@ -431,7 +435,7 @@ class Parser {
       }
       case Tok::kTime: {
         auto node = make(NodeKind::kTimeConstant, current_);
-        node->time = current_.time;
+        node->text = std::move(current_.text);
         advance();
         return node;
       }
@@ -531,104 +535,7 @@ void locate(std::string_view source, uint32_t offset, CompileError& error) {
   error.offset = static_cast<WORD>(offset);
 }
 
-int days_in_month(int year, int month) {
-  static constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-  if (month == 2 && ((year % 4 == 0 && year % 100 != 0) || year % 400 == 0)) return 29;
-  return kDays[month - 1];
-}
-
-// Splits "12/31/2026" or "10:30:15.25" into numbers; false on anything but
-// digits between the separators.
-bool split_numbers(std::string_view text, std::string_view separators, std::vector<int>& parts,
-                   std::vector<size_t>* widths = nullptr) {
-  parts.clear();
-  size_t start = 0;
-  while (true) {
-    size_t end = start;
-    while (end < text.size() && separators.find(text[end]) == std::string_view::npos) ++end;
-    if (end == start || end - start > 4) return false;
-    int n = 0;
-    for (size_t i = start; i < end; ++i) {
-      if (!std::isdigit(static_cast<unsigned char>(text[i]))) return false;
-      n = n * 10 + (text[i] - '0');
-    }
-    parts.push_back(n);
-    if (widths) widths->push_back(end - start);
-    if (end == text.size()) return true;
-    start = end + 1;
-  }
-}
-
-bool parse_date_part(std::string_view text, TimeConstant& out) {
-  std::vector<int> parts;
-  std::vector<size_t> widths;
-  if (!split_numbers(text, "/-.", parts, &widths) || parts.size() < 2 || parts.size() > 3) return false;
-  out.month = parts[0];
-  out.day = parts[1];
-  out.has_year = parts.size() == 3;
-  if (out.has_year) {
-    out.year = parts[2];
-    if (widths[2] <= 2) out.year += out.year >= 50 ? 1900 : 2000;
-    if (out.year < 1) return false;
-  } else {
-    out.year = 2000;  // a leap year, so that 2/29 passes the check below
-  }
-  if (out.month < 1 || out.month > 12 || out.day < 1 || out.day > days_in_month(out.year, out.month)) return false;
-  out.has_date = true;
-  return true;
-}
-
-bool parse_time_part(std::string_view text, TimeConstant& out) {
-  std::string_view fraction;
-  if (auto dot = text.find('.'); dot != std::string_view::npos) {
-    fraction = text.substr(dot + 1);
-    text = text.substr(0, dot);
-  }
-  std::vector<int> parts;
-  if (!split_numbers(text, ":", parts) || parts.size() < 2 || parts.size() > 3) return false;
-  out.hour = parts[0];
-  out.minute = parts[1];
-  out.second = parts.size() == 3 ? parts[2] : 0;
-  if (!fraction.empty()) {
-    std::vector<int> hundredths;
-    if (fraction.size() > 2 || !split_numbers(fraction, ":", hundredths)) return false;
-    out.hundredth = fraction.size() == 1 ? hundredths[0] * 10 : hundredths[0];
-  }
-  if (out.hour > 23 || out.minute > 59 || out.second > 59) return false;
-  out.has_time = true;
-  return true;
-}
-
 }  // namespace
-
-bool parse_time_constant(std::string_view text, TimeConstant& out) {
-  out = TimeConstant{};
-  int meridiem = 0;  // 1 = AM, 2 = PM
-  size_t pos = 0;
-  while (pos < text.size()) {
-    while (pos < text.size() && text[pos] == ' ') ++pos;
-    size_t end = pos;
-    while (end < text.size() && text[end] != ' ') ++end;
-    if (end == pos) break;
-    std::string_view word = text.substr(pos, end - pos);
-    pos = end;
-    if (equal_ignoring_case(word, "AM") || equal_ignoring_case(word, "PM")) {
-      if (meridiem != 0 || !out.has_time) return false;
-      meridiem = equal_ignoring_case(word, "AM") ? 1 : 2;
-    } else if (word.find(':') != std::string_view::npos) {
-      if (out.has_time || !parse_time_part(word, out)) return false;
-    } else {
-      if (out.has_date || out.has_time || !parse_date_part(word, out)) return false;
-    }
-  }
-  if (!out.has_date && !out.has_time) return false;
-  if (meridiem != 0) {
-    if (out.hour < 1 || out.hour > 12) return false;
-    if (meridiem == 1 && out.hour == 12) out.hour = 0;
-    if (meridiem == 2 && out.hour != 12) out.hour += 12;
-  }
-  return true;
-}
 
 std::shared_ptr<const Program> parse_formula(std::string_view source, CompileError& error) {
   error = CompileError{};

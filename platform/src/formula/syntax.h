@@ -38,7 +38,7 @@ enum class Op : unsigned char {
 enum class NodeKind : unsigned char {
   kText,         // text
   kNumber,       // number
-  kTimeConstant, // time
+  kTimeConstant, // text (the constant as written inside the brackets)
   kKeyword,      // text (upper-cased keyword name)
   kName,         // text (field or variable name)
   kList,         // children joined by ':'
@@ -52,23 +52,12 @@ enum class NodeKind : unsigned char {
   kSequence,     // statements in order
 };
 
-// A time-date constant as written: which parts it has and their values in
-// local time. Two-digit years are already widened (50-99 -> 19xx).
-struct TimeConstant {
-  bool has_date = false;
-  bool has_time = false;
-  bool has_year = true;
-  int year = 0, month = 0, day = 0;
-  int hour = 0, minute = 0, second = 0, hundredth = 0;
-};
-
 struct Node {
   NodeKind kind = NodeKind::kText;
   Op op = Op::kNone;
   bool permuted = false;
   std::string text;
   double number = 0;
-  TimeConstant time;
   const Builtin* builtin = nullptr;
   std::vector<std::unique_ptr<Node>> children;
   int depth = 1;        // height of the subtree (evaluation recursion)
@@ -96,10 +85,5 @@ constexpr int kMaxNestingDepth = 400;
 
 // Parses a formula. On failure returns nullptr and fills `error`.
 std::shared_ptr<const Program> parse_formula(std::string_view source, CompileError& error);
-
-// Parses the inside of a [time-date] constant ("01/02/2026 10:00 AM"):
-// date in the order month/day/year with '/', '-' or '.' separators, time as
-// h:mm[:ss[.hh]] with an optional AM or PM. Returns false for anything else.
-bool parse_time_constant(std::string_view text, TimeConstant& out);
 
 }  // namespace tarnwick::rt::formula

@@ -1,39 +1,72 @@
-// @Text formats. Dates are written month/day/year with '/' and a four-digit
-// year, times as hh:mm[:ss] with AM/PM: the runtime's default international
-// settings.
+// @Text formats of numbers and times.
 #include "formula/text_format.h"
 
 #include <cctype>
 #include <cmath>
 #include <cstdio>
-#include <ctime>
+#include <cstring>
 
-#include "formula/time_support.h"
 #include "formula/value.h"
 #include "globerr.h"
 #include "ostime.h"
+#include "time/time_text.h"
 
 namespace tarnwick::rt::formula {
 namespace {
 
-std::string group_thousands(const std::string& digits) {
-  // digits: optional '-', integer part, optional fraction
-  size_t start = digits[0] == '-' ? 1 : 0;
-  size_t end = digits.find('.');
+std::string_view setting(const char* field, size_t capacity) { return {field, strnlen(field, capacity)}; }
+
+// Re-punctuates a number written with '.' as its decimal point: the
+// settings' decimal symbol and, when asked, their thousands separator.
+std::string punctuate(const std::string& digits, const INTLFORMAT& intl, bool thousands) {
+  const size_t start = !digits.empty() && digits[0] == '-' ? 1 : 0;
+  size_t end = digits.find_first_of(".E", start);
   if (end == std::string::npos) end = digits.size();
   std::string out = digits.substr(0, start);
   const size_t integer_length = end - start;
+  const std::string_view separator = setting(intl.ThousandString, ISTRMAX);
   for (size_t i = 0; i < integer_length; ++i) {
-    if (i > 0 && (integer_length - i) % 3 == 0) out.push_back(',');
+    if (thousands && i > 0 && (integer_length - i) % 3 == 0) out += separator;
     out.push_back(digits[start + i]);
+  }
+  if (end < digits.size() && digits[end] == '.') {
+    out += setting(intl.DecimalString, ISTRMAX);
+    ++end;
   }
   out += digits.substr(end);
   return out;
 }
 
+std::string with_currency(const std::string& amount, const INTLFORMAT& intl) {
+  const std::string symbol(setting(intl.CurrencyString, ISTRMAX));
+  const bool negative = !amount.empty() && amount[0] == '-';
+  const std::string magnitude = negative ? amount.substr(1) : amount;
+  const std::string space = (intl.Flags & CURRENCY_SPACE) ? " " : "";
+  const std::string text = (intl.Flags & CURRENCY_SUFFIX) ? magnitude + space + symbol : symbol + space + magnitude;
+  return negative ? "-" + text : text;
+}
+
+bool time_format_from_codes(std::string_view codes, TFMT& format) {
+  format = TFMT{TDFMT_FULL, TTFMT_FULL, TZFMT_NEVER, TSFMT_DATETIME};
+  for (size_t i = 0; i < codes.size(); ++i) {
+    const char c = static_cast<char>(std::toupper(static_cast<unsigned char>(codes[i])));
+    if (c == ' ') continue;
+    if (i + 1 >= codes.size() || !std::isdigit(static_cast<unsigned char>(codes[i + 1]))) return false;
+    const BYTE n = static_cast<BYTE>(codes[++i] - '0');
+    switch (c) {
+      case 'D': format.Date = n; if (n > TDFMT_DPARTIAL) return false; break;
+      case 'T': format.Time = n; if (n > TTFMT_PARTIAL) return false; break;
+      case 'Z': format.Zone = n; if (n > TZFMT_ALWAYS) return false; break;
+      case 'S': format.Structure = n; if (n > TSFMT_CDATETIME) return false; break;
+      default: return false;
+    }
+  }
+  return true;
+}
+
 }  // namespace
 
-std::string format_number(double n, std::string_view format) {
+std::string format_number(const INTLFORMAT& intl, double n, std::string_view format) {
   char mode = 'G';
   int digits = -1;
   bool thousands = false, percent = false, parentheses = false;
@@ -59,7 +92,8 @@ std::string format_number(double n, std::string_view format) {
   switch (mode) {
     case 'F':
     case 'C':
-      std::snprintf(buffer, sizeof buffer, "%.*f", digits < 0 ? 2 : digits, magnitude);
+      std::snprintf(buffer, sizeof buffer, "%.*f", digits < 0 ? (mode == 'C' ? intl.CurrencyDigits : 2) : digits,
+                    magnitude);
       text = buffer;
       break;
     case 'S':
@@ -77,90 +111,17 @@ std::string format_number(double n, std::string_view format) {
         text = number_to_text(magnitude);
       }
   }
-  if (thousands && mode != 'S' && std::isfinite(magnitude)) text = group_thousands(text);
-  if (mode == 'C') {
-    text = text[0] == '-' ? "-$" + text.substr(1) : "$" + text;
-  }
+  if (std::isfinite(magnitude)) text = punctuate(text, intl, thousands && mode != 'S');
+  if (mode == 'C') text = with_currency(text, intl);
   if (percent) text += "%";
   if (parentheses && negative) text = "(" + text + ")";
   return text;
 }
 
-STATUS format_time(const TIMEDATE& t, std::string_view format, std::string& out) {
-  int date_code = 0, time_code = 0, zone_code = 0, structure = -1;
-  for (size_t i = 0; i < format.size(); ++i) {
-    const char c = static_cast<char>(std::toupper(static_cast<unsigned char>(format[i])));
-    if (c == ' ') continue;
-    if (i + 1 >= format.size() || !std::isdigit(static_cast<unsigned char>(format[i + 1]))) return ERR_TFMT;
-    const int n = format[++i] - '0';
-    switch (c) {
-      case 'D': date_code = n; if (n > 3) return ERR_TFMT; break;
-      case 'T': time_code = n; if (n > 1) return ERR_TFMT; break;
-      case 'Z': zone_code = n; if (n > 2) return ERR_TFMT; break;
-      case 'S': structure = n; if (n > 3) return ERR_TFMT; break;
-      default: return ERR_TFMT;
-    }
-  }
-  LocalTime local;
-  if (!to_local(t, local)) return ERR_TDO_CONV;
-  bool show_date = local.has_date, show_time = local.has_time;
-  if (structure == 0) show_time = false;
-  if (structure == 1) show_date = false;
-  if (!show_date && !show_time) {
-    out.clear();
-    return NOERROR;
-  }
-  // The current date matters only for D1 and S3; reading the clock costs.
-  LocalTime now;
-  if (date_code == 1 || structure == 3) to_local(current_time(), now);
-  char buffer[96];
-  std::string text;
-  if (show_date) {
-    if (structure == 3 && local.has_date) {
-      const int days = static_cast<int>(local.year == now.year && local.month == now.month ? now.day - local.day : 99);
-      if (days == 0) text = "Today";
-      if (days == 1) text = "Yesterday";
-      if (days == -1) text = "Tomorrow";
-    }
-    if (text.empty()) {
-      switch (date_code) {
-        case 1:
-          if (local.year == now.year) std::snprintf(buffer, sizeof buffer, "%02d/%02d", local.month, local.day);
-          else std::snprintf(buffer, sizeof buffer, "%02d/%02d/%04d", local.month, local.day, local.year);
-          break;
-        case 2: std::snprintf(buffer, sizeof buffer, "%02d/%02d", local.month, local.day); break;
-        case 3: std::snprintf(buffer, sizeof buffer, "%02d/%04d", local.month, local.year); break;
-        default: std::snprintf(buffer, sizeof buffer, "%02d/%02d/%04d", local.month, local.day, local.year);
-      }
-      text = buffer;
-    }
-  }
-  if (show_time) {
-    const int hour12 = local.hour % 12 == 0 ? 12 : local.hour % 12;
-    const char* meridiem = local.hour < 12 ? "AM" : "PM";
-    if (time_code == 1) std::snprintf(buffer, sizeof buffer, "%02d:%02d %s", hour12, local.minute, meridiem);
-    else std::snprintf(buffer, sizeof buffer, "%02d:%02d:%02d %s", hour12, local.minute, local.second, meridiem);
-    if (!text.empty()) text += ' ';
-    text += buffer;
-    // Z2 always names the zone; Z1 only for a value made in another zone.
-    const bool has_zone = local.has_date;
-    const auto other_zone = [&t] {
-      const TIMEDATE here = current_time();
-      return (t.Innards[1] & ~TIMEDATE_JULIAN_MASK) != (here.Innards[1] & ~TIMEDATE_JULIAN_MASK);
-    };
-    if (has_zone && (zone_code == 2 || (zone_code == 1 && other_zone()))) {
-      const std::time_t seconds = static_cast<std::time_t>(
-          (int64_t(t.Innards[1] & TIMEDATE_JULIAN_MASK) - 2440588) * 86400 + t.Innards[0] / TICKS_IN_SECOND);
-      std::tm tm{};
-      localtime_r(&seconds, &tm);
-      if (std::strftime(buffer, sizeof buffer, "%Z", &tm) > 0) {
-        text += ' ';
-        text += buffer;
-      }
-    }
-  }
-  out = std::move(text);
-  return NOERROR;
+STATUS format_time(const INTLFORMAT& intl, const TIMEDATE& t, std::string_view format, std::string& out) {
+  TFMT codes;
+  if (!time_format_from_codes(format, codes)) return ERR_TFMT;
+  return format_timedate(intl, codes, t, out);
 }
 
 }  // namespace tarnwick::rt::formula

@@ -1,125 +1,104 @@
-// Local calendar conversions through the C library's zone rules (TZ).
+// Local calendar conversions through the runtime's time functions.
 #include "formula/time_support.h"
 
-#include <cmath>
-#include <cstdlib>
-#include <ctime>
-#include <string>
-#include <string_view>
+#include <sys/stat.h>
 
+#include <filesystem>
+#include <string>
+
+#include "env/environment.h"
 #include "ostime.h"
+#include "time/intl_settings.h"
+#include "time/time_text.h"
 #include "time/timedate.h"
 
 namespace tarnwick::rt::formula {
 namespace {
 
-constexpr int64_t kSecondsPerDay = 86400;
+constexpr int64_t kTicksPerMinute = 60 * kTicksPerSecond;
+constexpr int64_t kTicksPerHour = 60 * kTicksPerMinute;
 
-// Years the calendar arithmetic accepts (TIMEDATE spans far more, but the
-// language's dates stay within these).
-constexpr int kMinYear = 1;
-constexpr int kMaxYear = 9999;
+void fill_date(DWORD julian, LocalTime& out) {
+  civil_from_julian(julian, out.year, out.month, out.day);
+  out.weekday = weekday_of_julian(julian);
+}
 
-// The zone rules of a year, remembered per thread: finding them takes
-// several calendar conversions, and they change only with the year or TZ.
-LocalZone zone_of_year(std::time_t moment, int year) {
-  struct Remembered {
-    int year = 0;
-    std::string tz;
-    LocalZone zone{};
-  };
-  thread_local Remembered last;
-  const char* tz = std::getenv("TZ");
-  const std::string_view current_tz = tz == nullptr ? std::string_view("\x01unset") : std::string_view(tz);
-  if (last.year != year || last.tz != current_tz) {
-    last.zone = local_zone(moment);
-    last.year = year;
-    last.tz = std::string(current_tz);
-  }
-  return last.zone;
+void fill_clock(DWORD ticks, LocalTime& out) {
+  out.hour = static_cast<int>(ticks / kTicksPerHour);
+  out.minute = static_cast<int>(ticks % kTicksPerHour / kTicksPerMinute);
+  out.second = static_cast<int>(ticks % kTicksPerMinute / kTicksPerSecond);
+  out.hundredth = static_cast<int>(ticks % kTicksPerSecond);
+}
+
+bool valid_julian(int64_t julian) { return julian >= kJulianDayOfYear1 && julian <= julian_day(kMaxYear, 12, 31); }
+
+// The Julian day of a local date whose month and day may lie outside their
+// ranges; false outside years 1..kMaxYear.
+bool normalised_julian(const LocalTime& local, int64_t& julian) {
+  const int64_t months = int64_t(local.year) * 12 + (local.month - 1);
+  const int64_t year = floor_div(months, 12);
+  const int month = static_cast<int>(months - year * 12) + 1;
+  if (year < 1 || year > kMaxYear) return false;
+  julian = int64_t(julian_day(static_cast<int>(year), month, 1)) + local.day - 1;
+  return valid_julian(julian);
+}
+
+int64_t clock_ticks(const LocalTime& local) {
+  return ((int64_t(local.hour) * 60 + local.minute) * 60 + local.second) * kTicksPerSecond + local.hundredth;
 }
 
 }  // namespace
 
-bool is_date_only(const TIMEDATE& t) { return t.Innards[0] == ALLDAY && t.Innards[1] != ANYDAY; }
-bool is_time_only(const TIMEDATE& t) { return t.Innards[1] == ANYDAY && t.Innards[0] != ALLDAY; }
-
 bool to_local(const TIMEDATE& t, LocalTime& out) {
   out = LocalTime{};
-  if (t.Innards[0] == ALLDAY && t.Innards[1] == ANYDAY) return false;
-  if (is_time_only(t)) {
-    if (t.Innards[0] >= TICKS_IN_DAY) return false;
-    out.has_date = false;
-    DWORD ticks = t.Innards[0];
-    out.hour = static_cast<int>(ticks / TICKS_IN_HOUR);
-    out.minute = static_cast<int>(ticks % TICKS_IN_HOUR / TICKS_IN_MINUTE);
-    out.second = static_cast<int>(ticks % TICKS_IN_MINUTE / TICKS_IN_SECOND);
-    out.hundredth = static_cast<int>(ticks % TICKS_IN_SECOND);
-    return true;
+  const bool date = has_date(t), time = has_time(t);
+  if (!date && !time) return false;
+  if (time && t.Innards[0] >= static_cast<DWORD>(kTicksPerDay)) return false;
+  TIMEDATE local_date = t, local_clock = t;
+  if (date && time) {
+    // The local calendar date and wall-clock time of an instant.
+    if (!is_complete_instant(t)) return false;
+    TimeExtractLocal(&t, FALSE, &local_date);
+    TimeExtractLocal(&t, TRUE, &local_clock);
   }
-  const DWORD julian = t.Innards[1] & TIMEDATE_JULIAN_MASK;
-  if (is_date_only(t)) {
-    out.has_time = false;
-    civil_from_julian(julian, out.year, out.month, out.day);
-    out.weekday = static_cast<int>((julian + 1) % 7) + 1;
-    return true;
+  out.has_date = date;
+  out.has_time = time;
+  if (date) {
+    if (!valid_julian(julian_of(local_date))) return false;
+    fill_date(julian_of(local_date), out);
   }
-  if (t.Innards[0] >= TICKS_IN_DAY) return false;
-  const int64_t unix_seconds =
-      (static_cast<int64_t>(julian) - kJulianDayOf1970) * kSecondsPerDay + t.Innards[0] / TICKS_IN_SECOND;
-  const std::time_t seconds = static_cast<std::time_t>(unix_seconds);
-  std::tm tm{};
-  if (!localtime_r(&seconds, &tm)) return false;
-  out.year = tm.tm_year + 1900;
-  out.month = tm.tm_mon + 1;
-  out.day = tm.tm_mday;
-  out.weekday = tm.tm_wday + 1;
-  out.hour = tm.tm_hour;
-  out.minute = tm.tm_min;
-  out.second = tm.tm_sec;
-  out.hundredth = static_cast<int>(t.Innards[0] % TICKS_IN_SECOND);
+  if (time) fill_clock(local_clock.Innards[0], out);
   return true;
 }
 
 bool from_local(const LocalTime& local, TIMEDATE& out) {
   if (!local.has_date && !local.has_time) return false;
   if (!local.has_date) {
-    const int64_t ticks = ((int64_t(local.hour) * 60 + local.minute) * 60 + local.second) * TICKS_IN_SECOND +
-                          local.hundredth;
-    const int64_t day_ticks = ((ticks % TICKS_IN_DAY) + TICKS_IN_DAY) % TICKS_IN_DAY;
-    out.Innards[0] = static_cast<DWORD>(day_ticks);
+    out.Innards[0] = static_cast<DWORD>(floor_mod(clock_ticks(local), kTicksPerDay));
     out.Innards[1] = ANYDAY;
     return true;
   }
-  // Normalise year and month first (month 13 = January of the next year),
-  // then let the day count carry over through the Julian day number.
-  int64_t months = int64_t(local.year) * 12 + (local.month - 1);
-  const int64_t year = months >= 0 ? months / 12 : (months - 11) / 12;
-  const int month = static_cast<int>(months - year * 12) + 1;
-  if (year < kMinYear || year > kMaxYear) return false;
-  const int64_t julian = int64_t(julian_day(static_cast<int>(year), month, 1)) + local.day - 1;
+  int64_t julian = 0;
+  if (!normalised_julian(local, julian)) return false;
   if (!local.has_time) {
-    if (julian <= 0 || julian > int64_t(TIMEDATE_JULIAN_MASK)) return false;
     out.Innards[0] = ALLDAY;
     out.Innards[1] = static_cast<DWORD>(julian);
     return true;
   }
-  int civil_year, civil_month, civil_day;
-  civil_from_julian(static_cast<DWORD>(julian), civil_year, civil_month, civil_day);
-  if (civil_year < kMinYear || civil_year > kMaxYear) return false;
-  std::tm tm{};
-  tm.tm_year = civil_year - 1900;
-  tm.tm_mon = civil_month - 1;
-  tm.tm_mday = civil_day;
-  tm.tm_hour = local.hour;
-  tm.tm_min = local.minute;
-  tm.tm_sec = local.second;
-  tm.tm_isdst = -1;
-  const std::time_t seconds = std::mktime(&tm);
-  if (seconds == static_cast<std::time_t>(-1) && !(tm.tm_year == 69 && tm.tm_mday == 31)) return false;
-  const LocalZone zone = zone_of_year(seconds, civil_year);
-  const int hundredth = ((local.hundredth % 100) + 100) % 100;
-  out = timedate_from_unix(seconds, hundredth, zone_bits(zone.standard_offset_seconds, zone.observes_dst));
+  const int64_t local_ticks = (julian - kJulianDayOf1970) * kTicksPerDay + clock_ticks(local);
+  const CivilTime civil = civil_from_ticks(local_ticks);
+  if (!is_valid_civil(civil)) return false;
+  TIME time{};
+  time.year = civil.year;
+  time.month = civil.month;
+  time.day = civil.day;
+  time.hour = civil.hour;
+  time.minute = civil.minute;
+  time.second = civil.second;
+  time.hundredth = civil.hundredth;
+  OSCurrentTimeZone(&time.zone, &time.dst);
+  if (TimeLocalToGM(&time)) return false;
+  out = time.GM;
   return true;
 }
 
@@ -130,34 +109,51 @@ TIMEDATE current_time() {
 }
 
 TIMEDATE local_date(int days_from_today) {
-  LocalTime today;
-  to_local(current_time(), today);
-  today.has_time = false;
-  today.day += days_from_today;
-  TIMEDATE out{};
-  from_local(today, out);
-  return out;
+  const TIMEDATE now = current_time();
+  TIMEDATE today;
+  TimeExtractLocal(&now, FALSE, &today);
+  TimeDateAdjust(&today, 0, 0, 0, days_from_today, 0, 0);
+  return today;
 }
 
-bool time_from_constant(const TimeConstant& constant, TIMEDATE& out) {
-  LocalTime local;
-  local.has_date = constant.has_date;
-  local.has_time = constant.has_time;
-  if (constant.has_date) {
-    local.year = constant.year;
-    if (!constant.has_year) {
-      LocalTime now;
-      to_local(current_time(), now);
-      local.year = now.year;
-    }
-    local.month = constant.month;
-    local.day = constant.day;
+const INTLFORMAT& intl_settings() {
+  // Reading the settings takes a dozen notes.ini look-ups: keep them per
+  // thread until notes.ini is another file or has changed.
+  struct Cached {
+    bool valid = false;
+    std::string path;
+    struct timespec mtime {};
+    off_t size = 0;
+    ino_t inode = 0;
+    INTLFORMAT settings{};
+  };
+  thread_local Cached cached;
+  const std::string path = ini_path().string();
+  struct stat st {};
+  const bool exists = !path.empty() && ::stat(path.c_str(), &st) == 0;
+  const bool same = cached.valid && cached.path == path && cached.size == (exists ? st.st_size : -1) &&
+                    (!exists || (cached.inode == st.st_ino && cached.mtime.tv_sec == st.st_mtim.tv_sec &&
+                                 cached.mtime.tv_nsec == st.st_mtim.tv_nsec));
+  if (!same) {
+    cached.settings = current_intl_settings();
+    cached.valid = true;
+    cached.path = path;
+    cached.size = exists ? st.st_size : -1;
+    cached.inode = exists ? st.st_ino : 0;
+    cached.mtime = exists ? st.st_mtim : timespec{};
   }
-  local.hour = constant.hour;
-  local.minute = constant.minute;
-  local.second = constant.second;
-  local.hundredth = constant.hundredth;
-  return from_local(local, out);
+  return cached.settings;
+}
+
+bool time_from_text(std::string_view text, TIMEDATE& out) {
+  constexpr TFMT kAnyForm{TDFMT_FULL, TTFMT_FULL, TZFMT_NEVER, TSFMT_DATETIME};
+  const ParsedTimeDate parsed = parse_timedate(intl_settings(), kAnyForm, text);
+  if (parsed.status != NOERROR) return false;
+  for (size_t i = parsed.consumed; i < text.size(); ++i) {
+    if (text[i] != ' ' && text[i] != '\t') return false;
+  }
+  out = parsed.value;
+  return true;
 }
 
 }  // namespace tarnwick::rt::formula

@@ -1,10 +1,12 @@
 // The ACL calls of acl.h. An ACL handle is a memory block holding the
 // encoded ACL (acl_model.h); each call decodes it, changes it and writes it
 // back.
+#include <algorithm>
 #include <cstring>
 
 #include "acl.h"
 #include "core/memory.h"
+#include "directory/directory.h"
 #include "globerr.h"
 #include "osmem.h"
 #include "store/acl_api.h"
@@ -181,6 +183,13 @@ STATUS LNPUBLIC ACLLookupAccess(DHANDLE hACL, const NAMES_LIST* pNamesList, WORD
         cursor += names.back().size() + 1;
       }
       if (names.empty()) names.emplace_back();  // a list without names gets the default entry
+      // The groups of the directory that hold the user (or one of the
+      // user's groups) count as the user's names too.
+      if (!names.front().empty()) {
+        for (std::string& group : directory::groups_containing(names)) {
+          if (std::find(names.begin(), names.end(), group) == names.end()) names.push_back(std::move(group));
+        }
+      }
     }
     const Access access = lookup_access(acl, names);
     if (retAccessLevel != nullptr) *retAccessLevel = access.level;
