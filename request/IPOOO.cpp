@@ -8,6 +8,7 @@
 
 #include <mutex>
 
+#include "agents.h"
 #include "dname.h"
 #include "mq.h"
 #include "nsfdb.h"
@@ -51,7 +52,7 @@ struct RequestAction {
 const RequestAction kRequestActions[] = {
     {IPOOO::kActionSet, nullptr, "[%s] OutOfOfficeProfile has been updated."},
     {IPOOO::kActionUserStatus, nullptr, "[%s] OutOfOfficeProfile has been queried by [%s]."},
-    {IPOOO::kActionQuery, nullptr, "[%s] OutOfOfficeProfile has been read."},
+    {IPOOO::kActionQuery, &IPOOO::getOOO, "[%s] OutOfOfficeProfile has been read."},
 };
 
 const RequestAction* actionFor(WORD action) {
@@ -97,9 +98,10 @@ IPOOO::~IPOOO() {
 }
 
 void IPOOO::reset(int clearRequest) {
-  // hAgent: closed with AgentClose by the agent operations' owner once they
-  // exist; nothing opens an agent before that.
-  hAgent = NULLHANDLE;
+  if (hAgent != NULLHANDLE) {
+    AgentClose(hAgent);
+    hAgent = NULLHANDLE;
+  }
   if (hProfile != NULLHANDLE) {
     NSFNoteClose(hProfile);
     hProfile = NULLHANDLE;
