@@ -8,7 +8,6 @@
 
 #include <mutex>
 
-#include "agents.h"
 #include "dname.h"
 #include "mq.h"
 #include "nsfdb.h"

@@ -29,6 +29,7 @@
 #include <string>
 #include <vector>
 
+#include "agents.h"
 #include "global.h"
 #include "ostime.h"
 #include "request/IPException.h"
@@ -133,7 +134,7 @@ class IPOOO {
   DBHANDLE hMailDb = NULLHANDLE;               // the user's mail database
   NOTEHANDLE hProfile = NULLHANDLE;            // "OutOfOfficeProfile"
   NOTEHANDLE hServiceProfile = NULLHANDLE;     // "OOServiceProfile"
-  DHANDLE hAgent = NULLHANDLE;                 // the "OutOfOffice" agent (HAGENT)
+  HAGENT hAgent = NULLHANDLE;                  // the "OutOfOffice" agent
 
   // --- Request values (names as in the request document) -----------------
   std::string Username;  // LMBCS

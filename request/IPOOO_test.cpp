@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "agents.h"
 #include "globerr.h"
 #include "mq.h"
 #include "nsfdb.h"
@@ -94,11 +95,28 @@ TEST_F(IPOOOTest, ResetClosesTheHandlesTheRequestOpened) {
   ASSERT_EQ(NSFDbOpen("mail/jdoe.nsf", &context.hMailDb), NOERROR);
   ASSERT_EQ(NSFNoteCreate(context.hMailDb, &context.hProfile), NOERROR);
   ASSERT_EQ(NSFNoteCreate(context.hMailDb, &context.hServiceProfile), NOERROR);
+  // An enabled agent, opened as the agent operations open it.
+  NOTEHANDLE agentNote = NULLHANDLE;
+  ASSERT_EQ(NSFNoteCreate(context.hMailDb, &agentNote), NOERROR);
+  const WORD agentClass = NOTE_CLASS_FILTER;
+  NSFNoteSetInfo(agentNote, _NOTE_CLASS, &agentClass);
+  ASSERT_EQ(NSFItemSetText(agentNote, "$TITLE", "OutOfOffice", MAXWORD), NOERROR);
+  ASSERT_EQ(NSFItemSetText(agentNote, "$AssistFlags", "E", MAXWORD), NOERROR);
+  ASSERT_EQ(NSFNoteUpdate(agentNote, 0), NOERROR);
+  NOTEID agentId = 0;
+  NSFNoteGetInfo(agentNote, _NOTE_ID, &agentId);
+  NSFNoteClose(agentNote);
+  ASSERT_EQ(AgentOpen(context.hMailDb, agentId, &context.hAgent), NOERROR);
+  ASSERT_TRUE(AgentIsEnabled(context.hAgent));
+
   const DBHANDLE db = context.hMailDb;
   const NOTEHANDLE profile = context.hProfile;
   const NOTEHANDLE serviceProfile = context.hServiceProfile;
+  const HAGENT agent = context.hAgent;
 
   context.reset(0);
+  EXPECT_EQ(context.hAgent, NULLHANDLE);
+  EXPECT_FALSE(AgentIsEnabled(agent));  // a closed handle
   EXPECT_EQ(context.hMailDb, NULLHANDLE);
   EXPECT_EQ(context.hProfile, NULLHANDLE);
   EXPECT_EQ(context.hServiceProfile, NULLHANDLE);
