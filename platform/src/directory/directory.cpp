@@ -1,6 +1,8 @@
 #include "directory/directory.h"
 
 #include <algorithm>
+#include <mutex>
+#include <unordered_map>
 #include <unordered_set>
 
 #include "env/environment.h"
@@ -56,11 +58,31 @@ STATUS OpenDirectory::open(const std::string& path) {
 }
 
 STATUS OpenDirectory::view(std::string_view name, std::shared_ptr<views::ViewIndex>& out) {
+  // Finding a view by name reads every design note; the note ID found is
+  // kept per directory and view name, and looked up again only when that
+  // note is no longer a view (a design replaced).
+  static std::mutex cache_mutex;
+  static auto* view_ids = new std::unordered_map<std::string, NOTEID>;  // lives as long as the process
   std::string bare(trim(name));
   if (bare.size() >= 2 && bare.front() == '(' && bare.back() == ')') bare = bare.substr(1, bare.size() - 2);
+  int64_t database_id = 0;  // a database made again under the same name has other note IDs
+  if (STATUS status = db_->meta_int("database_id", &database_id)) return status;
+  const std::string key = db_->file().string() + "|" + std::to_string(database_id) + "|" + formula::to_lower(bare);
   NOTEID id = 0;
+  {
+    std::lock_guard lock(cache_mutex);
+    if (auto it = view_ids->find(key); it != view_ids->end()) id = it->second;
+  }
+  if (id != 0) {
+    const STATUS status = views::index_of(*db_, id, out);
+    if (status != ERR_NOTE_DELETED && status != ERR_INVALID_NOTE && status != ERR_NOT_FOUND) return status;
+  }
   for (const std::string& candidate : {bare, "(" + bare + ")"}) {
     if (NIFFindDesignNoteExt(handle_, candidate.c_str(), NOTE_CLASS_VIEW, nullptr, &id, 0) == NOERROR) {
+      {
+        std::lock_guard lock(cache_mutex);
+        (*view_ids)[key] = id;
+      }
       return views::index_of(*db_, id, out);
     }
   }

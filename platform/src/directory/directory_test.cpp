@@ -238,6 +238,19 @@ TEST_F(Directory, LookupsSeeChangedDocumentsAndMissingViewsOrDirectoriesFail) {
   EXPECT_EQ(buffer, NULLHANDLE);
 }
 
+TEST_F(Directory, ADirectoryMadeAgainUnderItsNameIsReadAfresh) {
+  EXPECT_EQ(lookup("$Users", {"alee"}, {"MailFile"}, 0), (Texts{{"mail\\alee.nsf"}}));
+  NSFDbClose(db_);
+  ASSERT_EQ(NSFDbDelete("names.nsf"), NOERROR);
+  ASSERT_EQ(NSFDbCreate("names.nsf", DBCLASS_BY_EXTENSION, FALSE), NOERROR);
+  ASSERT_EQ(NSFDbOpen("names.nsf", &db_), NOERROR);
+  // Other views under the note IDs the old ones had.
+  add_view("($Groups)", "SELECT Form = \"Group\"", "ListName");
+  add_view("($Users)|$Users", "SELECT Form = \"Person\"", "ShortName");
+  add_person("CN=Ann Lee/O=Acme", "alee", "CN=Srv9/O=Acme", "mail\\new.nsf");
+  EXPECT_EQ(lookup("$Users", {"alee"}, {"MailFile"}, 0), (Texts{{"mail\\new.nsf"}}));
+}
+
 TEST_F(Directory, GroupsExpandIntoTheirMembersOnceEach) {
   EXPECT_EQ(expand({"Sales", "Erin Else"}),
             (std::vector<std::string>{"CN=Ann Lee/O=Acme", "CN=Bob Roe/O=Acme", "Dan Outside", "Erin Else"}));

@@ -42,14 +42,6 @@ FieldDesign field(const char* name, FieldKind kind, FieldType type, const char* 
   return f;
 }
 
-// Sets a text list item from entries.
-void set_list(NOTEHANDLE note, const char* name, const std::vector<std::string>& entries) {
-  NSFItemDelete(note, name, static_cast<WORD>(std::char_traits<char>::length(name)));
-  for (const auto& e : entries) {
-    ASSERT_EQ(NSFItemAppendTextList(note, name, e.data(), static_cast<WORD>(e.size()), TRUE), NOERROR);
-  }
-}
-
 std::string text_of(NOTEHANDLE note, const char* item) {
   char buffer[256];
   return std::string(buffer, NSFItemGetText(note, item, buffer, sizeof buffer));

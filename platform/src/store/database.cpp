@@ -182,16 +182,29 @@ STATUS Database::profile_note_id(std::string_view key, NOTEID* id) {
   return NOERROR;
 }
 
+// The modification time of a write, taken inside its transaction: later
+// than every time already stored in the database, so that times follow the
+// order of commits, across threads and processes. A search for the notes
+// changed since the latest time it saw then misses none.
+STATUS Database::stamp_locked(TIMEDATE* now) {
+  Statement latest = connection_->prepare("SELECT max(modified_moment) FROM notes");
+  const int rc = latest.step();
+  if (rc != SQLITE_ROW) return status_from_sqlite(rc);
+  *now = unique_now_after(latest.column_int(0));
+  return NOERROR;
+}
+
 STATUS Database::write_note(Note& note, DWORD update_flags) {
   note.sync_value_blocks();
   if (note.summary_size() > MAXSUMMARYSIZE) return ERR_SUMMARY_TOO_BIG;
-  const TIMEDATE now = unique_now();
+  TIMEDATE now;
   NOTEID id = 0;
   DWORD sequence = 0;
   {
     std::lock_guard lock(connection_->mutex);
     WriteTransaction transaction(*connection_);
     if (STATUS error = transaction.begin()) return error;
+    if (STATUS error = stamp_locked(&now)) return error;
     if (STATUS error = write_note_locked(note, update_flags, now, &id, &sequence)) return error;
     if (STATUS error = transaction.commit()) return error;
   }
@@ -292,12 +305,13 @@ STATUS Database::write_note_locked(Note& note, DWORD update_flags, const TIMEDAT
 }
 
 STATUS Database::insert_profile_if_missing(Note& note, std::string_view key, NOTEID* id) {
-  const TIMEDATE now = unique_now();
+  TIMEDATE now;
   DWORD sequence = 0;
   {
     std::lock_guard lock(connection_->mutex);
     WriteTransaction transaction(*connection_);
     if (STATUS error = transaction.begin()) return error;
+    if (STATUS error = stamp_locked(&now)) return error;
     Statement row = connection_->prepare("SELECT note_id FROM notes WHERE profile_key = ?");
     row.bind_text(1, key);
     int rc = row.step();
@@ -320,10 +334,11 @@ STATUS Database::insert_profile_if_missing(Note& note, std::string_view key, NOT
 }
 
 STATUS Database::delete_note(NOTEID id, WORD /*update_flags*/) {
-  const TIMEDATE now = unique_now();
+  TIMEDATE now;
   std::lock_guard lock(connection_->mutex);
   WriteTransaction transaction(*connection_);
   if (STATUS error = transaction.begin()) return error;
+  if (STATUS error = stamp_locked(&now)) return error;
   {
     Statement row = connection_->prepare("SELECT deleted FROM notes WHERE note_id = ?");
     row.bind(1, id);
@@ -354,6 +369,8 @@ STATUS Database::write_batch(Batch& batch, DWORD update_flags) {
     std::lock_guard lock(connection_->mutex);
     WriteTransaction transaction(*connection_);
     if (STATUS error = transaction.begin()) return error;
+    TIMEDATE first;
+    if (STATUS error = stamp_locked(&first)) return error;  // later writes of the batch come after it
     for (NOTEID id : batch.deletions) {
       const TIMEDATE now = unique_now();
       Statement stub = connection_->prepare(kStubNote);

@@ -135,6 +135,8 @@ class Database {
       : file_(std::move(file)), api_path_(std::move(api_path)), connection_(std::move(connection)) {}
 
   STATUS write_note_locked(Note& note, DWORD update_flags, const TIMEDATE& now, NOTEID* id, DWORD* sequence);
+  // A modification time later than every one stored (see database.cpp).
+  STATUS stamp_locked(TIMEDATE* now);
 
   std::filesystem::path file_;
   std::string api_path_;

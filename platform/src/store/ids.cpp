@@ -4,6 +4,7 @@
 #include <sys/random.h>
 
 #include <atomic>
+#include <algorithm>
 #include <mutex>
 #include <random>
 
@@ -35,7 +36,9 @@ int64_t moment_of(const TIMEDATE& td) {
   return static_cast<int64_t>(td.Innards[1] & TIMEDATE_JULIAN_MASK) * TICKS_IN_DAY + td.Innards[0];
 }
 
-TIMEDATE unique_now() {
+TIMEDATE unique_now() { return unique_now_after(0); }
+
+TIMEDATE unique_now_after(int64_t moment) {
   static std::mutex mutex;
   static int64_t last_moment = 0;
   // The clock is read under the lock too: one reader at a time keeps the
@@ -44,9 +47,10 @@ TIMEDATE unique_now() {
   std::lock_guard lock(mutex);
   TIMEDATE now;
   OSCurrentTIMEDATE(&now);
-  if (moment_of(now) <= last_moment) {
-    // Step to the next hundredth after the last one handed out.
-    const int64_t next = last_moment + 1;
+  const int64_t floor = std::max(last_moment, moment);
+  if (moment_of(now) <= floor) {
+    // Step to the next hundredth after the floor.
+    const int64_t next = floor + 1;
     now.Innards[1] = (now.Innards[1] & ~TIMEDATE_JULIAN_MASK) | static_cast<DWORD>(next / TICKS_IN_DAY);
     now.Innards[0] = static_cast<DWORD>(next % TICKS_IN_DAY);
   }

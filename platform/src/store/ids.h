@@ -19,6 +19,8 @@ UNIVERSALNOTEID new_unid();
 // this process (so that "modified since" searches never miss an update made
 // in the same hundredth of a second).
 TIMEDATE unique_now();
+// As unique_now(), and later than the given moment (moment_of) as well.
+TIMEDATE unique_now_after(int64_t moment);
 
 // A TIMEDATE as one 64-bit value (date word high, time word low) and back,
 // for storage.

@@ -20,10 +20,6 @@
 
 namespace {
 
-void set_list(NOTEHANDLE note, const char* name, const std::vector<std::string>& entries) {
-  for (const auto& e : entries) NSFItemAppendTextList(note, name, e.data(), static_cast<WORD>(e.size()), TRUE);
-}
-
 class Collections : public ::testing::Test {
  protected:
   void SetUp() override {

@@ -16,12 +16,6 @@ namespace {
 using formula::Kind;
 using formula::Value;
 
-// A refresh looks at the notes changed since this many seconds before the
-// previous refresh (or the latest change it saw, when earlier): a writer
-// may commit a note stamped a little before that moment after the previous
-// refresh read the database. Notes whose sequence did not move are passed
-// over.
-constexpr int kRereadSeconds = 2;
 
 std::shared_ptr<const formula::Program> parse_or_null(const std::string& text) {
   if (text.empty()) return nullptr;
@@ -129,8 +123,6 @@ STATUS ViewIndex::apply(const store::NoteRecord& record, std::shared_ptr<const s
 
 STATUS ViewIndex::refresh(store::Database& db) {
   std::lock_guard guard(mutex_);
-  TIMEDATE started;
-  OSCurrentTIMEDATE(&started);
   std::vector<Entry> added;
   std::unordered_set<NOTEID> removed;
   TIMEDATE latest = since_;
@@ -157,7 +149,7 @@ STATUS ViewIndex::refresh(store::Database& db) {
     });
   } else {
     // Afterwards: the notes changed since, read again only when their
-    // sequence moved (a note is seen again within the re-read window).
+    // sequence moved.
     store::ScanOptions options;
     options.include_deleted = true;
     options.since = &since_;
@@ -210,11 +202,10 @@ STATUS ViewIndex::refresh(store::Database& db) {
       entries_ = std::move(merged);
     }
   }
-  // Next time from a little before the earlier of the latest change seen
-  // and the start of this refresh (see kRereadSeconds).
-  TIMEDATE next = any && TimeDateCompare(&latest, &started) < 0 ? latest : started;
-  TimeDateAdjust(&next, -kRereadSeconds, 0, 0, 0, 0, 0);
-  if (!built_ || TimeDateCompare(&next, &since_) > 0) since_ = next;
+  // The store stamps changes in the order of their commits, later than
+  // every stamp stored before: the next refresh starts after the latest
+  // change seen here and misses none.
+  if (any) since_ = latest;
   built_ = true;
   return NOERROR;
 }
@@ -255,7 +246,9 @@ STATUS index_of(store::Database& db, NOTEID view_id, std::shared_ptr<ViewIndex>&
   if (STATUS status = db.record_of(view_id, &record)) return status;
   if (record.deleted) return ERR_NOTE_DELETED;
   if ((record.note_class & NOTE_CLASS_VIEW) == 0) return ERR_NOT_FOUND;
-  const std::string key = db.file().string() + "#" + std::to_string(view_id);
+  int64_t database_id = 0;
+  if (STATUS status = db.meta_int("database_id", &database_id)) return status;
+  const std::string key = db.file().string() + "#" + std::to_string(database_id) + "#" + std::to_string(view_id);
   // A database made again under the same name has view notes of other times.
   const std::string stamp = std::to_string(record.sequence) + ":" + std::to_string(record.modified.Innards[0]) + ":" +
                             std::to_string(record.modified.Innards[1]);
