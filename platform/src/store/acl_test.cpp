@@ -20,6 +20,7 @@ namespace {
 
 using tarnwick::rt::store::make_names_list;
 using tarnwick::rt::store::testing::DataDirTest;
+using tarnwick::rt::store::testing::OneDatabaseTest;
 
 struct Entry {
   std::string name;
@@ -50,17 +51,9 @@ DHANDLE names_block(const std::vector<std::string>& names) {
   return handle;
 }
 
-class AclTest : public DataDirTest {
+class AclTest : public OneDatabaseTest {
  protected:
-  void SetUp() override {
-    DataDirTest::SetUp();
-    ASSERT_EQ(NSFDbCreate("mail\\jane.nsf", 0, FALSE), NOERROR);
-    ASSERT_EQ(NSFDbOpen("mail\\jane.nsf", &db_), NOERROR);
-  }
-  void TearDown() override {
-    NSFDbClose(db_);
-    DataDirTest::TearDown();
-  }
+  AclTest() : OneDatabaseTest("mail\\jane.nsf") {}
 
   // Access of a names list by the ACL of the block.
   static WORD level_for(DHANDLE acl, const std::vector<std::string>& names, ACL_PRIVILEGES* privileges = nullptr) {
@@ -72,7 +65,6 @@ class AclTest : public DataDirTest {
     return level;
   }
 
-  DBHANDLE db_ = NULLHANDLE;
 };
 
 TEST_F(AclTest, NewDatabaseHasTheDefaultListAndEditsAreStored) {

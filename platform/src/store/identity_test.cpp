@@ -18,18 +18,11 @@
 namespace {
 
 using tarnwick::rt::store::testing::DataDirTest;
+using tarnwick::rt::store::testing::OneDatabaseTest;
 
-class IdentityTest : public DataDirTest {
+class IdentityTest : public OneDatabaseTest {
  protected:
-  void SetUp() override {
-    DataDirTest::SetUp();
-    ASSERT_EQ(NSFDbCreate("app.ntf", 0, FALSE), NOERROR);
-    ASSERT_EQ(NSFDbOpen("app.ntf", &db_), NOERROR);
-  }
-  void TearDown() override {
-    NSFDbClose(db_);
-    DataDirTest::TearDown();
-  }
+  IdentityTest() : OneDatabaseTest("app.ntf") {}
 
   // A stored agent-like note with signed and unsigned items; returns its ID.
   NOTEID make_agent() {
@@ -54,7 +47,6 @@ class IdentityTest : public DataDirTest {
     return note;
   }
 
-  DBHANDLE db_ = NULLHANDLE;
 };
 
 TEST_F(IdentityTest, IdFileGivesTheServerName) {

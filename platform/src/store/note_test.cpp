@@ -16,18 +16,11 @@
 namespace {
 
 using tarnwick::rt::store::testing::DataDirTest;
+using tarnwick::rt::store::testing::OneDatabaseTest;
 
-class NoteTest : public DataDirTest {
+class NoteTest : public OneDatabaseTest {
  protected:
-  void SetUp() override {
-    DataDirTest::SetUp();
-    ASSERT_EQ(NSFDbCreate("notes.nsf", 0, FALSE), NOERROR);
-    ASSERT_EQ(NSFDbOpen("notes.nsf", &db_), NOERROR);
-  }
-  void TearDown() override {
-    NSFDbClose(db_);
-    DataDirTest::TearDown();
-  }
+  NoteTest() : OneDatabaseTest("notes.nsf") {}
 
   NOTEHANDLE create() {
     NOTEHANDLE note = NULLHANDLE;
@@ -65,7 +58,6 @@ class NoteTest : public DataDirTest {
     return names;
   }
 
-  DBHANDLE db_ = NULLHANDLE;
 };
 
 TEST_F(NoteTest, ItemsSurviveStorageInOrderWithDuplicatesAndFlags) {

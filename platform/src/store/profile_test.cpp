@@ -23,18 +23,11 @@
 namespace {
 
 using tarnwick::rt::store::testing::DataDirTest;
+using tarnwick::rt::store::testing::OneDatabaseTest;
 
-class ProfileTest : public DataDirTest {
+class ProfileTest : public OneDatabaseTest {
  protected:
-  void SetUp() override {
-    DataDirTest::SetUp();
-    ASSERT_EQ(NSFDbCreate("mail.nsf", 0, FALSE), NOERROR);
-    ASSERT_EQ(NSFDbOpen("mail.nsf", &db_), NOERROR);
-  }
-  void TearDown() override {
-    NSFDbClose(db_);
-    DataDirTest::TearDown();
-  }
+  ProfileTest() : OneDatabaseTest("mail.nsf") {}
 
   static STATUS open_profile(DBHANDLE db, const char* name, const char* user, NOTEHANDLE* note) {
     return NSFProfileOpen(db, name, static_cast<WORD>(std::strlen(name)), user,
@@ -51,7 +44,6 @@ class ProfileTest : public DataDirTest {
     return std::string(buffer, length);
   }
 
-  DBHANDLE db_ = NULLHANDLE;
 };
 
 TEST_F(ProfileTest, OpenCreatesOnceAndFindsWithoutCase) {

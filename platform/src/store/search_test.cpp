@@ -19,18 +19,11 @@
 namespace {
 
 using tarnwick::rt::store::testing::DataDirTest;
+using tarnwick::rt::store::testing::OneDatabaseTest;
 
-class SearchTest : public DataDirTest {
+class SearchTest : public OneDatabaseTest {
  protected:
-  void SetUp() override {
-    DataDirTest::SetUp();
-    ASSERT_EQ(NSFDbCreate("app.ntf", 0, FALSE), NOERROR);
-    ASSERT_EQ(NSFDbOpen("app.ntf", &db_), NOERROR);
-  }
-  void TearDown() override {
-    NSFDbClose(db_);
-    DataDirTest::TearDown();
-  }
+  SearchTest() : OneDatabaseTest("app.ntf") {}
 
   NOTEID add(WORD note_class, const char* title, const char* flags, const char* subject = nullptr) {
     NOTEHANDLE note = NULLHANDLE;
@@ -81,7 +74,6 @@ class SearchTest : public DataDirTest {
     return NOERROR;
   }
 
-  DBHANDLE db_ = NULLHANDLE;
 };
 
 TEST_F(SearchTest, VisitsNotesOfTheClassMaskWithSummaries) {

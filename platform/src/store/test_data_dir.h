@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include "globerr.h"
+#include "nsfdb.h"
 #include "testing/temp_data_directory.h"
 
 namespace tarnwick::rt::store::testing {
@@ -35,6 +37,24 @@ class DataDirTest : public ::testing::Test {
   std::unique_ptr<tarnwick::testing::TempDataDirectory> data_dir_;
   std::filesystem::path data_;  // the data directory (notes.ini lies in it)
   std::filesystem::path root_;  // a folder outside the data directory
+};
+
+// DataDirTest with one new database, created and opened as db_ at `path`.
+class OneDatabaseTest : public DataDirTest {
+ protected:
+  explicit OneDatabaseTest(std::string path) : path_(std::move(path)) {}
+  void SetUp() override {
+    DataDirTest::SetUp();
+    ASSERT_EQ(NSFDbCreate(path_.c_str(), 0, FALSE), NOERROR);
+    ASSERT_EQ(NSFDbOpen(path_.c_str(), &db_), NOERROR);
+  }
+  void TearDown() override {
+    NSFDbClose(db_);
+    DataDirTest::TearDown();
+  }
+
+  const std::string path_;
+  DBHANDLE db_ = NULLHANDLE;
 };
 
 }  // namespace tarnwick::rt::store::testing

@@ -7,30 +7,14 @@
 #include "globerr.h"
 #include "ostime.h"
 #include "time/scoped_time_zone.h"
+#include "time/test_times.h"
 
 namespace {
 
 using tarnwick::rt::ScopedTimeZone;
 
-TIMEDATE local(int year, int month, int day, int hour, int minute, int second = 0) {
-  TIME t{};
-  t.year = year;
-  t.month = month;
-  t.day = day;
-  t.hour = hour;
-  t.minute = minute;
-  t.second = second;
-  OSCurrentTimeZone(&t.zone, &t.dst);
-  EXPECT_FALSE(TimeLocalToGM(&t));
-  return t.GM;
-}
-
-TIMEDATE date_only(int year, int month, int day) {
-  TIMEDATE full = local(year, month, day, 12, 0);
-  TIMEDATE date;
-  TimeExtractLocal(&full, FALSE, &date);
-  return date;
-}
+using tarnwick::rt::testing::local_date;
+using tarnwick::rt::testing::local_timedate;
 
 // "YYYY-MM-DD hh:mm:ss" of a value in local time.
 std::string show(const TIMEDATE& td) {
@@ -44,16 +28,16 @@ std::string show(const TIMEDATE& td) {
 
 TEST(TimeDateAdjust, AppliesSmallestUnitFirstWithCarriesAndMonthEnds) {
   ScopedTimeZone zone("America/New_York");
-  TIMEDATE td = local(1994, 11, 3, 10, 0);
+  TIMEDATE td = local_timedate(1994, 11, 3, 10, 0);
   ASSERT_FALSE(TimeDateAdjust(&td, 0, 0, 0, -7, -1, 0));
   EXPECT_EQ(show(td), "1994-09-27 10:00:00") << "days before months";
 
-  TIMEDATE d = date_only(1994, 11, 3);
+  TIMEDATE d = local_date(1994, 11, 3);
   ASSERT_FALSE(TimeDateAdjust(&d, 0, 0, 0, -7, -1, 0));
   EXPECT_EQ(show(d), "1994-09-27 00:00:00");
   EXPECT_EQ(d.Innards[0], ALLDAY);
 
-  td = local(2024, 5, 6, 23, 30);
+  td = local_timedate(2024, 5, 6, 23, 30);
   ASSERT_FALSE(TimeDateAdjust(&td, 70, 65, 0, 0, 0, 0));
   EXPECT_EQ(show(td), "2024-05-07 00:36:10") << "65 minutes and 70 seconds carry into the next day";
 
@@ -67,7 +51,7 @@ TEST(TimeDateAdjust, AppliesSmallestUnitFirstWithCarriesAndMonthEnds) {
       {2024, 8, 31, -30, 0, "2022-02-28 08:00:00"},
   };
   for (const auto& c : cases) {
-    TIMEDATE v = local(c.y, c.m, c.d, 8, 0);
+    TIMEDATE v = local_timedate(c.y, c.m, c.d, 8, 0);
     ASSERT_FALSE(TimeDateAdjust(&v, 0, 0, 0, 0, c.months, c.years));
     EXPECT_EQ(show(v), c.expected) << c.y << "-" << c.m << "-" << c.d << " " << c.months << "m " << c.years << "y";
   }
@@ -75,7 +59,7 @@ TEST(TimeDateAdjust, AppliesSmallestUnitFirstWithCarriesAndMonthEnds) {
 
 TEST(TimeDateAdjust, DaysKeepTheLocalClockAcrossDaylightSavingHoursDoNot) {
   ScopedTimeZone zone("America/New_York");
-  const TIMEDATE before = local(2024, 3, 9, 9, 0);
+  const TIMEDATE before = local_timedate(2024, 3, 9, 9, 0);
   TIMEDATE next_day = before;
   ASSERT_FALSE(TimeDateAdjust(&next_day, 0, 0, 0, 1, 0, 0));
   EXPECT_EQ(show(next_day), "2024-03-10 09:00:00");
@@ -87,17 +71,17 @@ TEST(TimeDateAdjust, DaysKeepTheLocalClockAcrossDaylightSavingHoursDoNot) {
   ASSERT_FALSE(TimeDateAdjust(&later, 0, 0, 24, 0, 0, 0));
   EXPECT_EQ(show(later), "2024-03-10 10:00:00");
 
-  TIMEDATE autumn = local(2024, 11, 2, 18, 0);
+  TIMEDATE autumn = local_timedate(2024, 11, 2, 18, 0);
   ASSERT_FALSE(TimeDateAdjust(&autumn, 0, 0, 0, 1, 0, 0));
   EXPECT_EQ(show(autumn), "2024-11-03 18:00:00");
 
   // Landing in the skipped hour moves on by the length of the gap.
-  TIMEDATE skipped = local(2024, 3, 9, 2, 30);
+  TIMEDATE skipped = local_timedate(2024, 3, 9, 2, 30);
   ASSERT_FALSE(TimeDateAdjust(&skipped, 0, 0, 0, 1, 0, 0));
   EXPECT_EQ(show(skipped), "2024-03-10 03:30:00");
 
   // Back to local midnight by the clock fields, as callers do.
-  TIMEDATE now = local(2024, 7, 4, 15, 42, 17);
+  TIMEDATE now = local_timedate(2024, 7, 4, 15, 42, 17);
   TIME t{};
   t.GM = now;
   ASSERT_FALSE(TimeGMToLocal(&t));
@@ -112,16 +96,16 @@ TEST(TimeDateAdjust, PartialValuesAndRange) {
   EXPECT_EQ(time_only.Innards[0], 30u * 6000) << "wraps past midnight; days ignored";
   EXPECT_EQ(time_only.Innards[1], ANYDAY);
 
-  TIMEDATE date = date_only(2024, 2, 28);
+  TIMEDATE date = local_date(2024, 2, 28);
   ASSERT_FALSE(TimeDateAdjust(&date, 0, 0, 48, 1, 0, 0));
   EXPECT_EQ(show(date), "2024-02-29 00:00:00") << "hours ignored";
 
-  TIMEDATE last = local(32767, 12, 31, 12, 0);
+  TIMEDATE last = local_timedate(32767, 12, 31, 12, 0);
   const TIMEDATE saved = last;
   EXPECT_TRUE(TimeDateAdjust(&last, 0, 0, 0, 1, 0, 0));
   EXPECT_EQ(last.Innards[0], saved.Innards[0]);
   EXPECT_EQ(last.Innards[1], saved.Innards[1]);
-  TIMEDATE first = date_only(1, 1, 1);
+  TIMEDATE first = local_date(1, 1, 1);
   EXPECT_TRUE(TimeDateAdjust(&first, 0, 0, 0, 0, -1, 0));
   TIMEDATE wildcard;
   TimeConstant(TIMEDATE_WILDCARD, &wildcard);
@@ -131,21 +115,21 @@ TEST(TimeDateAdjust, PartialValuesAndRange) {
 
 TEST(TimeDateIncrement, MovesByHundredthsAndNeedsATime) {
   ScopedTimeZone zone("UTC");
-  TIMEDATE td = local(2023, 12, 31, 23, 59, 59);
+  TIMEDATE td = local_timedate(2023, 12, 31, 23, 59, 59);
   td.Innards[0] += 99;
   ASSERT_EQ(TimeDateIncrement(&td, 1), NOERROR);
   EXPECT_EQ(show(td), "2024-01-01 00:00:00");
   ASSERT_EQ(TimeDateIncrement(&td, -8640000), NOERROR);
   EXPECT_EQ(show(td), "2023-12-31 00:00:00");
-  TIMEDATE date = date_only(2024, 1, 1);
+  TIMEDATE date = local_date(2024, 1, 1);
   EXPECT_EQ(TimeDateIncrement(&date, 100), ERR_TREQ);
   EXPECT_EQ(date.Innards[0], ALLDAY);
 }
 
 TEST(TimeDateCompare, DifferencesOrderAndWildcards) {
   ScopedTimeZone zone("Europe/Berlin");
-  const TIMEDATE a = local(2024, 3, 31, 1, 0);
-  const TIMEDATE b = local(2024, 3, 31, 4, 0);  // two hours later: clocks went forward
+  const TIMEDATE a = local_timedate(2024, 3, 31, 1, 0);
+  const TIMEDATE b = local_timedate(2024, 3, 31, 4, 0);  // two hours later: clocks went forward
   EXPECT_EQ(TimeDateDifference(&b, &a), 7200);
   EXPECT_EQ(TimeDateDifference(&a, &b), -7200);
   EXPECT_EQ(TimeDateCompare(&a, &b), -1);

@@ -14,11 +14,14 @@
 #include "ostime.h"
 #include "testing/temp_data_directory.h"
 #include "time/scoped_time_zone.h"
+#include "time/test_times.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using tarnwick::rt::ScopedTimeZone;
+using tarnwick::rt::testing::local_date;
+using tarnwick::rt::testing::local_timedate;
 
 constexpr TFMT kDefault{TDFMT_FULL, TTFMT_FULL, TZFMT_NEVER, TSFMT_DATETIME};
 
@@ -26,25 +29,8 @@ class TimeText : public ::testing::Test {
  protected:
   tarnwick::testing::TempDataDirectory data_{"[Notes]\n"};
 
-  static TIMEDATE local(int year, int month, int day, int hour, int minute, int second = 0, int hundredth = 0) {
-    TIME t{};
-    t.year = year;
-    t.month = month;
-    t.day = day;
-    t.hour = hour;
-    t.minute = minute;
-    t.second = second;
-    t.hundredth = hundredth;
-    OSCurrentTimeZone(&t.zone, &t.dst);
-    EXPECT_FALSE(TimeLocalToGM(&t));
-    return t.GM;
-  }
-  static TIMEDATE date_only(int year, int month, int day) { return TIMEDATE{{ALLDAY, julian(year, month, day)}}; }
   static DWORD julian(int year, int month, int day) {
-    TIMEDATE noon = local(year, month, day, 12, 0);
-    TIMEDATE date;
-    TimeExtractLocal(&noon, FALSE, &date);
-    return date.Innards[1];
+    return tarnwick::rt::testing::local_date(year, month, day).Innards[1];
   }
 
   static std::string text(const TIMEDATE& td, const TFMT& format = kDefault, const INTLFORMAT* intl = nullptr) {
@@ -111,15 +97,15 @@ TEST_F(TimeText, IntlSettingsDefaultsLayoutAndNotesIni) {
 
 TEST_F(TimeText, DefaultFormsFollowTheSettings) {
   ScopedTimeZone zone("America/New_York");
-  const TIMEDATE morning = local(2021, 3, 9, 10, 37, 0);
-  const TIMEDATE evening = local(1991, 12, 16, 18, 13, 32);
+  const TIMEDATE morning = local_timedate(2021, 3, 9, 10, 37, 0);
+  const TIMEDATE evening = local_timedate(1991, 12, 16, 18, 13, 32);
   EXPECT_EQ(text(morning), "03/09/2021 10:37:00 AM");
   EXPECT_EQ(text(evening), "12/16/1991 06:13:32 PM");
-  EXPECT_EQ(text(local(2021, 3, 9, 0, 5)), "03/09/2021 12:05:00 AM");
-  EXPECT_EQ(text(local(2021, 3, 9, 12, 5)), "03/09/2021 12:05:00 PM");
-  EXPECT_EQ(text(date_only(2021, 3, 9)), "03/09/2021");
+  EXPECT_EQ(text(local_timedate(2021, 3, 9, 0, 5)), "03/09/2021 12:05:00 AM");
+  EXPECT_EQ(text(local_timedate(2021, 3, 9, 12, 5)), "03/09/2021 12:05:00 PM");
+  EXPECT_EQ(text(local_date(2021, 3, 9)), "03/09/2021");
   EXPECT_EQ(text(TIMEDATE{{(22 * 3600 + 5 * 60) * 100, ANYDAY}}), "10:05:00 PM");
-  EXPECT_EQ(text(date_only(95, 6, 23)), "06/23/0095");
+  EXPECT_EQ(text(local_date(95, 6, 23)), "06/23/0095");
 
   OSSetEnvironmentVariable("FourDigitYear", "0");
   EXPECT_EQ(text(evening), "12/16/91 06:13:32 PM");
@@ -128,13 +114,13 @@ TEST_F(TimeText, DefaultFormsFollowTheSettings) {
 
   OSSetEnvironmentVariable("DateOrder", "DMY");
   OSSetEnvironmentVariable("DateSeparator", "-");
-  EXPECT_EQ(text(local(2021, 3, 5, 11, 30, 22)), "05-03-2021 11:30:22 AM");
+  EXPECT_EQ(text(local_timedate(2021, 3, 5, 11, 30, 22)), "05-03-2021 11:30:22 AM");
   OSSetEnvironmentVariable("DateOrder", "YMD");
   OSSetEnvironmentVariable("DateSeparator", ".");
   OSSetEnvironmentVariable("ClockType", "24_HOUR");
   OSSetEnvironmentVariable("TimeSeparator", "h");
-  EXPECT_EQ(text(local(2021, 3, 5, 23, 30, 22)), "2021.03.05 23h30h22");
-  EXPECT_EQ(text(local(2021, 3, 5, 7, 3, 2)), "2021.03.05 07h03h02");
+  EXPECT_EQ(text(local_timedate(2021, 3, 5, 23, 30, 22)), "2021.03.05 23h30h22");
+  EXPECT_EQ(text(local_timedate(2021, 3, 5, 7, 3, 2)), "2021.03.05 07h03h02");
 }
 
 TEST_F(TimeText, FormatsSelectTheParts) {
@@ -144,10 +130,10 @@ TEST_F(TimeText, FormatsSelectTheParts) {
   TIME parts{};
   parts.GM = now;
   ASSERT_FALSE(TimeGMToLocal(&parts));
-  const TIMEDATE value = local(1993, 4, 11, 10, 43, 30, 25);
+  const TIMEDATE value = local_timedate(1993, 4, 11, 10, 43, 30, 25);
   auto with = [&](BYTE d, BYTE t, BYTE s, const TIMEDATE& v) { return text(v, TFMT{d, t, TZFMT_NEVER, s}); };
   EXPECT_EQ(with(TDFMT_CPARTIAL, TTFMT_FULL, TSFMT_DATE, value), "04/11/1993") << "not this year: with year";
-  const TIMEDATE this_year = local(parts.year, 4, 11, 10, 43);
+  const TIMEDATE this_year = local_timedate(parts.year, 4, 11, 10, 43);
   EXPECT_EQ(with(TDFMT_CPARTIAL, TTFMT_FULL, TSFMT_DATE, this_year), "04/11");
   EXPECT_EQ(with(TDFMT_PARTIAL, TTFMT_FULL, TSFMT_DATE, value), "04/11");
   EXPECT_EQ(with(TDFMT_DPARTIAL, TTFMT_PARTIAL, TSFMT_DATETIME, value), "04/1993 10:43 AM");
@@ -177,7 +163,7 @@ TEST_F(TimeText, FormatsSelectTheParts) {
   OSGetIntlSettings(&intl, sizeof intl);
   std::strcpy(intl.PMString, "pm");
   intl.Flags |= TIME_AMPM_PREFIX;
-  EXPECT_EQ(text(local(2021, 3, 9, 15, 0), kDefault, &intl), "03/09/2021 pm 03:00:00");
+  EXPECT_EQ(text(local_timedate(2021, 3, 9, 15, 0), kDefault, &intl), "03/09/2021 pm 03:00:00");
   intl.Length = 0;
   EXPECT_EQ(text(value, kDefault, &intl), "error " + std::to_string(ERR_IFMT));
 }
@@ -195,7 +181,7 @@ TEST_F(TimeText, ZonesAndBufferLimits) {
   EXPECT_EQ(text(india.GM), "06/30/2024 11:30:00 PM") << "New York time";
   EXPECT_EQ(text(india.GM, zoned(TZFMT_SOMETIMES)), "07/01/2024 09:00:00 AM ZE5B");
   EXPECT_EQ(text(india.GM, zoned(TZFMT_ALWAYS)), "07/01/2024 09:00:00 AM ZE5B");
-  const TIMEDATE summer = local(2024, 7, 1, 9, 0), winter = local(2024, 1, 1, 9, 0);
+  const TIMEDATE summer = local_timedate(2024, 7, 1, 9, 0), winter = local_timedate(2024, 1, 1, 9, 0);
   EXPECT_EQ(text(summer, zoned(TZFMT_SOMETIMES)), "07/01/2024 09:00:00 AM");
   EXPECT_EQ(text(summer, zoned(TZFMT_ALWAYS)), "07/01/2024 09:00:00 AM EDT");
   EXPECT_EQ(text(winter, zoned(TZFMT_ALWAYS)), "01/01/2024 09:00:00 AM EST");
@@ -217,9 +203,9 @@ TEST_F(TimeText, ReadsWhatItPrintsAndCommonVariants) {
   ASSERT_FALSE(TimeGMToLocal(&today));
 
   // Round trips through every structure and several settings.
-  const TIMEDATE values[] = {local(2021, 3, 9, 10, 37, 0), local(1991, 12, 16, 18, 13, 32),
-                             local(2024, 2, 29, 0, 0, 59), local(2024, 11, 3, 0, 30),
-                             date_only(2100, 2, 28),       TIMEDATE{{(13 * 3600 + 1) * 100, ANYDAY}}};
+  const TIMEDATE values[] = {local_timedate(2021, 3, 9, 10, 37, 0), local_timedate(1991, 12, 16, 18, 13, 32),
+                             local_timedate(2024, 2, 29, 0, 0, 59), local_timedate(2024, 11, 3, 0, 30),
+                             local_date(2100, 2, 28),       TIMEDATE{{(13 * 3600 + 1) * 100, ANYDAY}}};
   for (const char* order : {"MDY", "DMY", "YMD"}) {
     OSSetEnvironmentVariable("DateOrder", order);
     for (const char* clock : {"12_HOUR", "24_HOUR"}) {
