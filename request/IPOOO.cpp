@@ -51,7 +51,7 @@ struct RequestAction {
 const RequestAction kRequestActions[] = {
     {IPOOO::kActionSet, nullptr, "[%s] OutOfOfficeProfile has been updated."},
     {IPOOO::kActionUserStatus, nullptr, "[%s] OutOfOfficeProfile has been queried by [%s]."},
-    {IPOOO::kActionQuery, nullptr, "[%s] OutOfOfficeProfile has been read."},
+    {IPOOO::kActionQuery, &IPOOO::getOOO, "[%s] OutOfOfficeProfile has been read."},
 };
 
 const RequestAction* actionFor(WORD action) {

@@ -77,6 +77,53 @@ class IPOOO {
   // Stores the values of every Username element at and below node.
   void receiveElements(xercesc::DOMNode* node);
 
+  // --- Mail database and profile access (engine/) ------------------------
+  // Opens the mail database and the "OutOfOfficeProfile" and
+  // "OOServiceProfile" profiles; an unreachable mail server is replaced by
+  // the first other server of its cluster that serves the mail file (which
+  // then becomes MailServer). Raises when raiseOnFailure, else returns the
+  // status.
+  STATUS getOOOProfile(int raiseOnFailure);
+  // The servers of the cluster that serverName belongs to, in directory order.
+  WORD get_server_cluster(const char* serverName, std::vector<std::string>& servers);
+  // 1 agent mode, 0 service mode; also stored in agentMode.
+  int getOOOType();
+  // Option codes of SetOptionField.
+  static constexpr WORD kOptionZero = 0;
+  static constexpr WORD kOptionOne = 1;
+  static constexpr WORD kOptionDelete = 2;
+  static constexpr WORD kOptionEmpty = 3;
+  int SetOptionField(const char* itemName, WORD option);
+  int SaveOOOProfile(int deleteForm);
+  int SetSaveOptions(double value);
+  DWORD IsServiceEnabled();
+  int PostOpen();
+
+  // --- Agent mode (engine/) ----------------------------------------------
+  int getAgent(int reopen);
+  int isAgentEnable(int reopen);
+  int isAgentActivation();
+  int setAgentEnable(int enable);
+  int EnableAgent();
+  int DisableAgent();
+  int SetTaskState(WORD value);
+  int SetTaskType(WORD value);
+
+  // Set-flow steps used by the agent mode switches; they belong to the set
+  // flow and the calendar busy-time entries.
+  int ValidateSettings();
+  int BookBusyTime();
+  int RemoveBusyTime();
+  int ResetDateTime(int which);
+
+  // --- State query and reply document (status/) ---------------------------
+  STATUS getOOOContent();
+  STATUS ProcessFormula(const char* formula, std::string& result);
+  std::string& getOOO(std::string& replyPath);
+  std::string& getOOOInfo(std::string& replyPath);
+  // The template-text part of getOOOContent.
+  void evaluateTemplate(const TIMEDATE& now);
+
   // A compute-with-form error callback that lets every field pass.
   static WORD LNCALLBACK CWFCallback(const void* field, WORD phase, STATUS error, HANDLE errorText,
                                      WORD errorTextLength, void* context);
@@ -121,6 +168,36 @@ class IPOOO {
   TIME leaveParts{};
   TIME returnParts{};
   int hasDates = 0;
+
+  // Out-of-office state read by getOOOType and getOOOContent. Texts are
+  // UTF-8 unless noted.
+  int agentMode = 1;        // 1 agent mode, 0 service mode
+  int alreadyOff = 0;       // the set flow found out-of-office already off
+  std::string ownerName;    // the profile's owner (var_User)
+  std::string oooSubject;
+  std::string oooMessage;
+  std::string showHoursText;  // service mode only
+  TIMEDATE firstDayOut{};
+  TIMEDATE firstDayBack{};
+  TIMEDATE startTime{};
+  TIMEDATE endTime{};
+  int oooEnabled = 0;
+  int updateSettings = 0;
+  int appendSubjectFlag = 0;
+  int appendSubjectPresent = 0;
+  int excludeInternet = 0;
+  std::string appendSubjectDateValue;
+  std::string daysOutValue;
+  // Texts of the mail template's automatic reply, with the placeholders
+  // var_First, var_Back and var_User.
+  std::string templateDaysOut;
+  std::string templateDaysOutS;
+  std::string templateDaysOutV;
+  std::string templateAppendSubjectDate;
+  std::string templateResetSubject;
+  std::string profileFormName = "Default";
+  std::vector<std::string> notifiedList;  // abbreviated names, UTF-8
+  std::string errorText;  // "OK" or the reply of the last operation
 
   static constexpr WORD kActionQuery = 1;
   static constexpr WORD kActionSet = 2;

@@ -1,0 +1,276 @@
+// Agent mode: the mail database's "OutOfOffice" agent sends the replies.
+// Switching out-of-office on enables that agent (run on the mail server on
+// behalf of the mail file's owner) and marks the profile; switching it off
+// disables the agent and resets the profile's state items. The agent's
+// design note is changed directly, signed with the server's ID and saved.
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "agents.h"
+#include "engine/ProfileItems.h"
+#include "globerr.h"
+#include "nsfdata.h"
+#include "nsfdb.h"
+#include "nsfdesign.h"
+#include "nsfnote.h"
+#include "nsfprofile.h"
+#include "ods.h"
+#include "osmem.h"
+#include "request/IPOOO.h"
+#include "textlist.h"
+
+using tarnwick::engine::deleteIfPresent;
+using tarnwick::engine::hasItem;
+using tarnwick::engine::isNotifiedItem;
+using tarnwick::engine::itemText;
+
+namespace {
+
+constexpr char kAgentName[] = "OutOfOffice";
+constexpr WORD kSummarySigned = ITEM_SUMMARY | ITEM_SIGN;
+
+WORD nameLength(const char* name) { return static_cast<WORD>(std::strlen(name)); }
+
+STATUS appendText(NOTEHANDLE note, WORD flags, const char* name, const std::string& text) {
+  return NSFItemAppend(note, flags, name, nameLength(name), TYPE_TEXT, text.data(), text.size());
+}
+
+// The owner named by the mail database's "CalendarProfile" (a text, or the
+// first entry of a text list); fallback when it names none.
+std::string calendarOwner(DBHANDLE db, const std::string& fallback) {
+  WORD type = 0;
+  BLOCKID value{};
+  DWORD length = 0;
+  if (NSFProfileGetField(db, "CalendarProfile", 15, nullptr, 0, "Owner", 5, &type, &value, &length) != NOERROR) {
+    return fallback;
+  }
+  const char* bytes = OSLockBlock(const char, value);
+  std::string owner = fallback;
+  if (type == TYPE_TEXT && length >= sizeof(WORD)) {
+    owner.assign(bytes + sizeof(WORD), length - sizeof(WORD));
+  } else if (type == TYPE_TEXT_LIST && ListGetNumEntries(bytes, TRUE) > 0) {
+    char* text = nullptr;
+    WORD textLength = 0;
+    if (ListGetText(bytes, TRUE, 0, &text, &textLength) == NOERROR) owner.assign(text, textLength);
+  }
+  OSUnlockObject(value.pool);
+  return owner;
+}
+
+}  // namespace
+
+int IPOOO::getAgent(int reopen) {
+  if (reopen != 0 && hAgent != NULLHANDLE) {
+    AgentClose(hAgent);
+    hAgent = NULLHANDLE;
+  }
+  if (hAgent != NULLHANDLE || hMailDb == NULLHANDLE) return 0;
+  NOTEID noteId = 0;
+  STATUS status = NIFFindDesignNote(hMailDb, kAgentName, NOTE_CLASS_FILTER, &noteId);
+  if (status == NOERROR) status = AgentOpen(hMailDb, noteId, &hAgent);
+  if (status != NOERROR) {
+    hAgent = NULLHANDLE;
+    throw IPException("getAgent", getErrorMsg(status).c_str());
+  }
+  return 1;
+}
+
+int IPOOO::isAgentEnable(int reopen) {
+  getAgent(reopen);
+  if (hAgent == NULLHANDLE) return 1;
+  return AgentIsEnabled(hAgent) ? 1 : 0;
+}
+
+int IPOOO::isAgentActivation() {
+  if (hAgent != NULLHANDLE) return 0;
+  NOTEID noteId = 0;
+  NOTEHANDLE note = NULLHANDLE;
+  STATUS status = NIFFindDesignNote(hMailDb, kAgentName, NOTE_CLASS_FILTER, &noteId);
+  if (status == NOERROR) status = NSFNoteOpen(hMailDb, noteId, 0, &note);
+  if (status != NOERROR) throw IPException("isAgentActivation", getErrorMsg(status).c_str());
+  const bool activated = itemText(note, "$FlagsExt", 256).find('a') != std::string::npos;
+  NSFNoteClose(note);
+  return activated ? 1 : 0;
+}
+
+int IPOOO::SetTaskState(WORD value) {
+  if (hProfile == NULLHANDLE) return 0;
+  char text[16];
+  std::snprintf(text, sizeof text, "%d", value);
+  STATUS status = deleteIfPresent(hProfile, "TaskState");
+  if (status == NOERROR) status = NSFItemSetText(hProfile, "TaskState", text, nameLength(text));
+  if (status != NOERROR) throw IPException("SetTaskState", getErrorMsg(status).c_str());
+  return 1;
+}
+
+int IPOOO::SetTaskType(WORD value) {
+  if (hProfile == NULLHANDLE) return 0;
+  char text[16];
+  std::snprintf(text, sizeof text, "%d", value);
+  STATUS status = deleteIfPresent(hProfile, "TaskType");
+  if (status == NOERROR) status = NSFItemSetText(hProfile, "TaskType", text, nameLength(text));
+  if (status != NOERROR) throw IPException("SetTaskType", getErrorMsg(status).c_str());
+  return 1;
+}
+
+int IPOOO::setAgentEnable(int enable) {
+  if (hMailDb == NULLHANDLE) return 0;
+  NOTEID noteId = 0;
+  NOTEHANDLE note = NULLHANDLE;
+  STATUS status = NIFFindDesignNote(hMailDb, kAgentName, NOTE_CLASS_FILTER, &noteId);
+  if (status == NOERROR) status = NSFNoteOpen(hMailDb, noteId, 0, &note);
+  if (status == NOERROR) status = deleteIfPresent(note, "$UpdatedBy");
+  if (status == NOERROR) status = deleteIfPresent(note, FILTER_MACHINE_ITEM);
+
+  std::string flags;
+  if (status == NOERROR && hasItem(note, ASSIST_FLAGS_ITEM)) {
+    flags = itemText(note, ASSIST_FLAGS_ITEM, 256);
+    status = deleteIfPresent(note, ASSIST_FLAGS_ITEM);
+  }
+  if (status == NOERROR) status = appendText(note, kSummarySigned, FILTER_MACHINE_ITEM, MailServer);
+  if (status == NOERROR) status = appendText(note, ITEM_SUMMARY, "$UpdatedBy", MailServer);
+
+  if (status == NOERROR && enable == 0) {
+    const size_t enabled = flags.find(ASSIST_FLAG_ENABLED);
+    if (enabled != std::string::npos) flags.erase(enabled, 1);
+    status = appendText(note, kSummarySigned, ASSIST_FLAGS_ITEM, flags);
+    if (status == NOERROR) status = NSFNoteSign(note);
+    if (status == NOERROR) status = NSFNoteUpdate(note, UPDATE_FORCE);
+  } else if (status == NOERROR) {
+    // The schedule record: versions before 2 are rewritten as version 2.
+    BLOCKID item{};
+    BLOCKID value{};
+    WORD type = 0;
+    DWORD length = 0;
+    if (NSFItemInfo(note, ASSIST_INFO_ITEM, nameLength(ASSIST_INFO_ITEM), &item, &type, &value, &length) == NOERROR &&
+        length > 1 && type == TYPE_ASSISTANT_INFO) {
+      ODS_ASSISTSTRUCT info{};
+      const void* stored = OSLockBlock(char, value) + sizeof(WORD);
+      ODSReadMemory(&stored, _ODS_ASSISTSTRUCT, &info, 1);
+      OSUnlockObject(value.pool);
+      if (info.wVersion < 2) {
+        info.wVersion = 2;
+        const DWORD newLength = ODSLength(_ODS_ASSISTSTRUCT) + sizeof(WORD);
+        DHANDLE block = NULLHANDLE;
+        status = OSMemAlloc(BLK_MEM_ALLOC, newLength, &block);
+        if (status == NOERROR) status = NSFItemDeleteByBLOCKID(note, item);
+        if (status == NOERROR) {
+          void* out = OSLockObject(block);
+          const WORD typeWord = TYPE_ASSISTANT_INFO;
+          std::memcpy(out, &typeWord, sizeof typeWord);
+          void* record = static_cast<char*>(out) + sizeof typeWord;
+          ODSWriteMemory(&record, _ODS_ASSISTSTRUCT, &info, 1);
+          OSUnlockObject(block);
+          const BLOCKID newValue{block, 0};
+          status = NSFItemAppendByBLOCKID(note, ITEM_SIGN, ASSIST_INFO_ITEM, nameLength(ASSIST_INFO_ITEM), newValue,
+                                          newLength, nullptr);
+          block = NULLHANDLE;  // the note owns it now
+        }
+        if (block != NULLHANDLE) OSMemFree(block);
+      }
+    }
+    if (status == NOERROR) {
+      if (flags.find(ASSIST_FLAG_ENABLED) == std::string::npos) flags += ASSIST_FLAG_ENABLED;
+      status = appendText(note, kSummarySigned, ASSIST_FLAGS_ITEM, flags);
+    }
+    if (status == NOERROR) {
+      const std::string owner = calendarOwner(hMailDb, Username);
+      status = deleteIfPresent(note, "$OnBehalfOf");
+      if (status == NOERROR) status = appendText(note, kSummarySigned, "$OnBehalfOf", owner);
+    }
+    if (status == NOERROR) {
+      if (hasItem(note, "$FlagsExt")) {
+        std::string flagsExt = itemText(note, "$FlagsExt", 256);
+        if (flagsExt.find('a') == std::string::npos) {
+          status = deleteIfPresent(note, "$FlagsExt");
+          if (status == NOERROR) status = appendText(note, kSummarySigned, "$FlagsExt", flagsExt + "a");
+        }
+      } else {
+        status = appendText(note, kSummarySigned, "$FlagsExt", "");
+      }
+    }
+    if (status == NOERROR) {
+      NUMBER restricted = 0;
+      const NUMBER zero = 0;
+      if (!NSFItemGetNumber(note, "$Restricted", &restricted)) {
+        status = NSFItemAppend(note, kSummarySigned, "$Restricted", 11, TYPE_NUMBER, &zero, sizeof zero);
+      } else if (restricted != 0) {
+        status = deleteIfPresent(note, "$Restricted");
+        if (status == NOERROR) {
+          status = NSFItemAppend(note, kSummarySigned, "$Restricted", 11, TYPE_NUMBER, &zero, sizeof zero);
+        }
+      }
+    }
+    if (status == NOERROR) status = deleteIfPresent(note, "$AssistFlags2");
+    if (status == NOERROR) status = NSFNoteSign(note);
+    if (status == NOERROR) status = NSFNoteUpdate(note, UPDATE_FORCE);
+  }
+  if (note != NULLHANDLE) NSFNoteClose(note);
+  if (status != NOERROR) throw IPException("setAgentEnable", getErrorMsg(status).c_str());
+  return 1;
+}
+
+int IPOOO::EnableAgent() {
+  if (isAgentEnable(0) != 0) {
+    SetTaskType(1);
+    SetTaskState(0);  // kept at 0 although the agent stays on
+    return 1;
+  }
+  ValidateSettings();
+  SetOptionField("UserDefineProhibitDesignUpdate", kOptionOne);
+  setAgentEnable(1);
+  SetTaskType(1);
+  SetTaskState(1);
+
+  // Correspondents already answered by the service start afresh.
+  STATUS walkStatus = NOERROR;
+  if (hServiceProfile != NULLHANDLE) {
+    bool deleted = false;
+    BLOCKID item{};
+    walkStatus = NSFItemInfo(hServiceProfile, nullptr, 0, &item, nullptr, nullptr, nullptr);
+    while (walkStatus == NOERROR) {
+      char name[256] = {0};
+      WORD nameLen = 0;
+      NSFItemQuery(hServiceProfile, item, name, sizeof name, &nameLen, nullptr, nullptr, nullptr, nullptr);
+      const BLOCKID current = item;
+      walkStatus = NSFItemInfoNext(hServiceProfile, current, nullptr, 0, &item, nullptr, nullptr, nullptr);
+      if (isNotifiedItem(name)) {
+        NSFItemDeleteByBLOCKID(hServiceProfile, current);
+        deleted = true;
+      }
+    }
+    if (deleted) NSFNoteUpdate(hServiceProfile, 0);
+  }
+
+  if (isAgentEnable(1) != 0) {
+    if (itemText(hProfile, "BookBusyTime").rfind('1', 0) == 0) BookBusyTime();
+    SetOptionField("AgentLastRun", kOptionDelete);
+    SetOptionField("CurrentStatus", kOptionOne);
+    SetOptionField("AdminP_Status", kOptionEmpty);
+    SetOptionField("Notified", kOptionEmpty);
+    SetOptionField("NotificationReport", kOptionEmpty);
+    SetTaskType(1);
+    SetTaskState(1);
+    return 1;
+  }
+  return walkStatus;
+}
+
+int IPOOO::DisableAgent() {
+  if (isAgentEnable(0) == 0) {
+    SetTaskType(1);
+    SetTaskState(1);  // kept at 1 although the agent is off
+    return 1;
+  }
+  setAgentEnable(0);
+  SetOptionField("CurrentStatus", kOptionZero);
+  SetOptionField("AdminP_Status", kOptionEmpty);
+  SetOptionField("Notified", kOptionEmpty);
+  SetOptionField("NotificationReport", kOptionEmpty);
+  SetTaskType(1);
+  SetTaskState(0);
+  const int removed = RemoveBusyTime() != 0 ? 1 : 0;
+  if (alreadyOff == 0) ResetDateTime(11);
+  return removed;
+}

@@ -1,0 +1,648 @@
+// The out-of-office query on mail databases made by tarnwick-admin from our
+// mail template: the reply document's attributes and their order, the mode
+// rules, the profile content rules, cluster fail-over, the agent switches,
+// and the whole request through a real tarnwick process and real queues.
+#include <gtest/gtest.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "agents.h"
+#include "designreplace.h"
+#include "dxlimport.h"
+#include "globerr.h"
+#include "intl.h"
+#include "mq.h"
+#include "nsfdata.h"
+#include "nsfdb.h"
+#include "nsfdesign.h"
+#include "nsfnote.h"
+#include "nsfprofile.h"
+#include "osenv.h"
+#include "ostime.h"
+#include "request/IPOOO.h"
+
+extern char** environ;
+
+namespace {
+
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
+
+constexpr char kJane[] = "CN=Jane Doe/O=Acme";
+constexpr char kMail1[] = "CN=Mail1/O=Acme";
+constexpr char kJaneMail[] = "mail/jdoe.nsf";
+
+int spawnAndWait(const std::vector<std::string>& args, const fs::path& log) {
+  std::vector<std::string> copy = args;
+  std::vector<char*> argv;
+  for (auto& arg : copy) argv.push_back(arg.data());
+  argv.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+  posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
+  pid_t pid = 0;
+  int status = -1;
+  if (posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ) == 0) waitpid(pid, &status, 0);
+  posix_spawn_file_actions_destroy(&actions);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+std::string readFile(const fs::path& file) {
+  std::ifstream in(file);
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+// The reply document as attribute names in written order, their values
+// (entities resolved) and the User element's text.
+struct Reply {
+  std::vector<std::string> order;  // as written in the file
+  std::map<std::string, std::string> values;
+  std::string user;
+  bool has(const std::string& name) const { return values.count(name) != 0; }
+  std::string operator[](const std::string& name) const {
+    auto found = values.find(name);
+    return found == values.end() ? "<missing>" : found->second;
+  }
+};
+
+std::string unescape(std::string text) {
+  const std::pair<const char*, const char*> entities[] = {{"&#10;", "\n"}, {"&#xA;", "\n"}, {"&quot;", "\""},
+                                                          {"&lt;", "<"},   {"&gt;", ">"},    {"&amp;", "&"}};
+  for (const auto& [entity, plain] : entities) {
+    for (size_t at = text.find(entity); at != std::string::npos; at = text.find(entity, at + 1)) {
+      text.replace(at, std::strlen(entity), plain);
+    }
+  }
+  return text;
+}
+
+Reply parseReply(const std::string& xml) {
+  Reply reply;
+  const size_t open = xml.find("<User ");
+  const size_t close = xml.find('>', open);
+  if (open == std::string::npos || close == std::string::npos) return reply;
+  const std::string attributes = xml.substr(open + 6, close - open - 6);
+  // name="value" pairs separated by blanks.
+  for (size_t at = 0;;) {
+    const size_t equals = attributes.find("=\"", at);
+    if (equals == std::string::npos) break;
+    const size_t nameStart = attributes.find_last_of(' ', equals);
+    const std::string name = attributes.substr(nameStart == std::string::npos ? 0 : nameStart + 1,
+                                               equals - (nameStart == std::string::npos ? 0 : nameStart + 1));
+    const size_t valueEnd = attributes.find('"', equals + 2);
+    reply.order.push_back(name);
+    reply.values[name] = unescape(attributes.substr(equals + 2, valueEnd - equals - 2));
+    at = valueEnd + 1;
+  }
+  const size_t userEnd = xml.find("</User>", close);
+  if (userEnd != std::string::npos) reply.user = unescape(xml.substr(close + 1, userEnd - close - 1));
+  return reply;
+}
+
+// Local date of a time as {year, month, day}.
+std::vector<std::string> localDate(TIMEDATE when) {
+  TIME t{};
+  t.GM = when;
+  TimeGMToLocal(&t);
+  return {std::to_string(t.year), std::to_string(t.month), std::to_string(t.day)};
+}
+
+class OOOQuery : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    root_ = fs::temp_directory_path() /
+            ("tarnwick_query_" + std::to_string(::getpid()) + "_" +
+             ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    fs::remove_all(root_);
+    fs::create_directories(root_);
+    admin({"init", data().string(), "--server", "Mail1/Acme", "--cluster", "AcmeCluster"});
+    std::string ini = "=" + (data() / "notes.ini").string();
+    char* argv[] = {const_cast<char*>("test"), ini.data()};
+    ASSERT_EQ(NotesInitExtended(2, argv), NOERROR);
+    // The shipped designs: the directory's views and the mail template.
+    ASSERT_EQ(TarnwickTemplateFromDXL(TARNWICK_DESIGN_DIR "/names.xml", "names.ntf", nullptr, nullptr), NOERROR);
+    DBHANDLE names = NULLHANDLE, namesTemplate = NULLHANDLE;
+    ASSERT_EQ(NSFDbOpen("names.ntf", &namesTemplate), NOERROR);
+    ASSERT_EQ(NSFDbOpen("names.nsf", &names), NOERROR);
+    ASSERT_EQ(DesignReplace(namesTemplate, names, DESIGNREPLACE_FORCE, 0, nullptr), NOERROR);
+    NSFDbClose(names);
+    NSFDbClose(namesTemplate);
+    makeMailTemplate(data());
+  }
+
+  static void makeMailTemplate(const fs::path& dataDir) {
+    ASSERT_EQ(TarnwickTemplateFromDXL(TARNWICK_DESIGN_DIR "/mail.xml", (dataDir / "mail.ntf").c_str(), nullptr,
+                                      nullptr),
+              NOERROR);
+  }
+
+  void TearDown() override {
+    if (pid_ > 0) {
+      ::kill(pid_, SIGKILL);
+      ::waitpid(pid_, nullptr, 0);
+    }
+    for (MQHANDLE queue : queues_) MQClose(queue, 0);
+    fs::remove_all(root_);
+  }
+
+  fs::path data() const { return root_ / "data"; }
+
+  void admin(std::vector<std::string> args, const fs::path& dataDir = {}) {
+    if (!dataDir.empty()) args.insert(args.begin(), {"--data", dataDir.string()});
+    else if (args[0] != "init") args.insert(args.begin(), {"--data", data().string()});
+    args.insert(args.begin(), TARNWICK_ADMIN_BINARY);
+    ASSERT_EQ(spawnAndWait(args, root_ / "admin.log"), 0) << readFile(root_ / "admin.log");
+  }
+
+  void addJane(const char* mode) { admin({"person", "add", "Jane Doe/Acme", "--create-mailfile", "--mode", mode}); }
+
+  // Runs fn on the stored "OutOfOfficeProfile" (or another profile) of a
+  // mail database and saves it.
+  template <typename Edit>
+  void editProfile(Edit edit, const char* profile = "OutOfOfficeProfile", const char* path = kJaneMail) {
+    DBHANDLE db = NULLHANDLE;
+    ASSERT_EQ(NSFDbOpen(path, &db), NOERROR);
+    NOTEHANDLE note = NULLHANDLE;
+    ASSERT_EQ(NSFProfileOpen(db, profile, static_cast<WORD>(std::strlen(profile)), nullptr, 0, TRUE, &note), NOERROR);
+    edit(note);
+    ASSERT_EQ(NSFNoteUpdate(note, 0), NOERROR);
+    NSFNoteClose(note);
+    NSFDbClose(db);
+  }
+
+  static void setText(NOTEHANDLE note, const char* name, const std::string& value) {
+    ASSERT_EQ(NSFItemSetText(note, name, value.c_str(), static_cast<WORD>(value.size())), NOERROR);
+  }
+  static void setList(NOTEHANDLE note, const char* name, const std::vector<std::string>& entries) {
+    NSFItemDelete(note, name, static_cast<WORD>(std::strlen(name)));
+    ASSERT_EQ(NSFItemCreateTextList(note, name, entries[0].c_str(), static_cast<WORD>(entries[0].size())), NOERROR);
+    for (size_t i = 1; i < entries.size(); ++i) {
+      ASSERT_EQ(NSFItemAppendTextList(note, name, entries[i].c_str(), static_cast<WORD>(entries[i].size()), TRUE),
+                NOERROR);
+    }
+  }
+
+  // Queries in process, as a worker does; returns the reply document.
+  Reply query(IPOOO& context, const std::string& server = kMail1) {
+    context.Username = kJane;
+    context.MailServer = server;
+    context.MailBox = kJaneMail;
+    std::string path = (root_ / "reply.xml").string();
+    EXPECT_EQ(context.getOOO(path), "OK");
+    return parseReply(readFile(path));
+  }
+  Reply query(const std::string& server = kMail1) {
+    IPOOO context;
+    return query(context, server);
+  }
+
+  fs::path root_;
+  pid_t pid_ = -1;
+  std::vector<MQHANDLE> queues_;
+};
+
+// The 35 attributes of a reply where every optional one is present.
+const std::vector<std::string> kAllAttributes = {
+    "Subject",         "Message",       "TaskType",       "OOOEnable",         "ShowHours",
+    "ASDEnable",       "AppendSubject", "InternetAddress", "StartTimeYear",    "StartTimeMonth",
+    "StartTimeDay",    "StartTimeHour", "StartTimeMin",   "StartTimeSec",      "EndTimeYear",
+    "EndTimeMonth",    "EndTimeDay",    "EndTimeHour",    "EndTimeMin",        "EndTimeSec",
+    "DaysOut",         "DaysOut_S",     "DaysOut_V",      "DaysOutValue",      "AppendSubjectDate",
+    "AppendSubjectDateValue", "ResetSubject", "DateFlag", "AMString",          "PMString",
+    "DateString",      "TimeString",    "User_Status",    "Notified",          "BuildVersion"};
+
+// The attribute names expected when the listed optional ones are left out,
+// sorted: the XML library writes attributes in an order of its own.
+std::vector<std::string> without(std::vector<std::string> names, const std::vector<std::string>& left) {
+  for (const auto& name : left) std::erase(names, name);
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+std::vector<std::string> written(const Reply& reply) {
+  std::vector<std::string> names = reply.order;
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+TEST_F(OOOQuery, AgentModeReplyHasEveryAttribute) {
+  addJane("agent");
+  TIMEDATE out{}, back{};
+  OSCurrentTIMEDATE(&out);
+  TimeDateAdjust(&out, 0, 0, 0, 3, 0, 0);
+  back = out;
+  TimeDateAdjust(&back, 0, 0, 0, 7, 0, 0);
+  editProfile([&](NOTEHANDLE p) {
+    setText(p, "GeneralSubject", "Away");
+    setText(p, "GeneralMessage", "On leave");
+    setText(p, "ShowHours", "1");
+    setText(p, "AppendSubject", "1");
+    setText(p, "ExcludeInternetEmail", "1");
+    setText(p, "DaysOut", "my days");
+    setText(p, "AppendSubjectDate", "my date");
+    ASSERT_EQ(NSFItemSetTime(p, "dateFirstDayOut", &out), NOERROR);
+    ASSERT_EQ(NSFItemSetTime(p, "StartTime", &out), NOERROR);
+    ASSERT_EQ(NSFItemSetTime(p, "dateFirstDayBack", &back), NOERROR);
+    ASSERT_EQ(NSFItemSetTime(p, "EndTime", &back), NOERROR);
+  });
+  const Reply reply = query();
+  // The template computes AppendSubjectDate from the dates: the date-typed
+  // branch leaves it empty, so it is the one optional attribute left out.
+  EXPECT_EQ(written(reply), without(kAllAttributes, {"AppendSubjectDate"}));
+  EXPECT_EQ(reply["Subject"], "Away");
+  EXPECT_EQ(reply["Message"], "On leave");
+  EXPECT_EQ(reply["TaskType"], "1");
+  EXPECT_EQ(reply["OOOEnable"], "0");
+  EXPECT_EQ(reply["ShowHours"], "0");  // agent mode ignores the profile's value
+  EXPECT_EQ(reply["ASDEnable"], "1");
+  EXPECT_EQ(reply["AppendSubject"], "1");
+  EXPECT_EQ(reply["InternetAddress"], "1");
+  const auto outDate = localDate(out);
+  const auto backDate = localDate(back);
+  EXPECT_EQ(reply["StartTimeYear"], outDate[0]);
+  EXPECT_EQ(reply["StartTimeMonth"], outDate[1]);
+  EXPECT_EQ(reply["StartTimeDay"], outDate[2]);
+  EXPECT_EQ(reply["EndTimeYear"], backDate[0]);
+  EXPECT_EQ(reply["EndTimeMonth"], backDate[1]);
+  EXPECT_EQ(reply["EndTimeDay"], backDate[2]);
+  EXPECT_EQ(reply["DaysOut"], "I am out of the office from var_First until var_Back.");
+  EXPECT_EQ(reply["DaysOut_S"], reply["DaysOut"]);
+  EXPECT_EQ(reply["DaysOut_V"], "my days");
+  EXPECT_EQ(reply["DaysOutValue"], "my days");
+  EXPECT_EQ(reply["AppendSubjectDateValue"], "my date");
+  EXPECT_EQ(reply["ResetSubject"], "var_User is out of the office");
+  INTLFORMAT intl{};
+  OSGetIntlSettings(&intl, sizeof intl);
+  EXPECT_EQ(reply["DateFlag"], std::to_string(intl.Flags));
+  EXPECT_NE(intl.Flags & DATE_MDY, 0);  // the default international settings
+  EXPECT_EQ(reply["AMString"], "AM");
+  EXPECT_EQ(reply["PMString"], "PM");
+  EXPECT_EQ(reply["DateString"], "/");
+  EXPECT_EQ(reply["TimeString"], ":");
+  EXPECT_EQ(reply["User_Status"], "1");
+  EXPECT_EQ(reply["Notified"], "");
+  EXPECT_EQ(reply["BuildVersion"], "230");
+  EXPECT_EQ(reply.user, "Jane Doe");
+}
+
+TEST_F(OOOQuery, ServiceModeReportsShowHoursAndTheOnState) {
+  addJane("service");
+  TIMEDATE back{};
+  OSCurrentTIMEDATE(&back);
+  TimeDateAdjust(&back, 0, 0, 0, 2, 0, 0);
+  editProfile([&](NOTEHANDLE p) {
+    setText(p, "TaskState", "1");
+    setText(p, "ShowHours", "1");
+    ASSERT_EQ(NSFItemSetTime(p, "dateFirstDayBack", &back), NOERROR);
+  });
+  Reply reply = query();
+  EXPECT_EQ(reply["TaskType"], "2");
+  EXPECT_EQ(reply["ShowHours"], "1");
+  EXPECT_EQ(reply["OOOEnable"], "1");
+
+  // A return date in the past switches the reported state off.
+  TIMEDATE past{};
+  OSCurrentTIMEDATE(&past);
+  TimeDateAdjust(&past, 0, 0, 0, -2, 0, 0);
+  editProfile([&](NOTEHANDLE p) { ASSERT_EQ(NSFItemSetTime(p, "dateFirstDayBack", &past), NOERROR); });
+  reply = query();
+  EXPECT_EQ(reply["OOOEnable"], "0");
+}
+
+TEST_F(OOOQuery, ProfileContentDefaultsAndLists) {
+  addJane("agent");
+  // No GeneralSubject: "<common name> is out of the office"; "(null)"
+  // message is empty; owner's common name is the User text.
+  editProfile([&](NOTEHANDLE p) {
+    setText(p, "$Owner", "CN=John Smith/O=Acme");
+    setText(p, "GeneralMessage", "(null)");
+    setList(p, "Notified", {"CN=Ann Lee/O=Acme", "CN=Bob Ray/O=Acme", "CN=Ann Lee/O=Acme"});
+  });
+  editProfile([&](NOTEHANDLE p) {
+    setList(p, "Notified_1", {"CN=Bob Ray/O=Acme", "CN=Cy Dee/O=Acme"});
+    setList(p, "notified_2", {"CN=Eve Fox/O=Acme"});
+    setList(p, "NotifiedX", {"CN=Not Me/O=Acme"});
+  }, "OOServiceProfile");
+  Reply reply = query();
+  EXPECT_EQ(reply["Subject"], "Jane Doe is out of the office");
+  EXPECT_EQ(reply["Message"], "");
+  EXPECT_EQ(reply.user, "John Smith");
+  EXPECT_EQ(reply["Notified"], "Ann Lee/Acme;Bob Ray/Acme;Ann Lee/Acme;Cy Dee/Acme;Eve Fox/Acme");
+
+  // Multi-value subject and message come out as lines; without an owner the
+  // request's user name is the User text.
+  editProfile([&](NOTEHANDLE p) {
+    NSFItemDelete(p, "$Owner", 6);
+    setList(p, "GeneralSubject", {"Away", "back Monday"});
+    setList(p, "GeneralMessage", {"Line one", "Line two"});
+  });
+  reply = query();
+  EXPECT_EQ(reply["Subject"], "Away\nback Monday");
+  EXPECT_EQ(reply["Message"], "Line one\nLine two");
+  EXPECT_EQ(reply.user, kJane);
+}
+
+TEST_F(OOOQuery, StaleDatesAreReportedAsTodayAndTomorrow) {
+  addJane("service");
+  TIMEDATE now{}, longAgo{}, future{};
+  OSCurrentTIMEDATE(&now);
+  longAgo = now;
+  TimeDateAdjust(&longAgo, 0, 0, 0, -20, 0, 0);
+  future = now;
+  TimeDateAdjust(&future, 0, 0, 0, 20, 0, 0);
+  // UpdateSettings "1" keeps the off state's own reset out of the way.
+  auto dates = [&](const TIMEDATE& out, const TIMEDATE& back) {
+    editProfile([&](NOTEHANDLE p) {
+      setText(p, "UpdateSettings", "1");
+      ASSERT_EQ(NSFItemSetTime(p, "dateFirstDayOut", &out), NOERROR);
+      ASSERT_EQ(NSFItemSetTime(p, "dateFirstDayBack", &back), NOERROR);
+    });
+  };
+  dates(longAgo, longAgo);
+  Reply reply = query();
+  TIMEDATE tomorrow = now;
+  TimeDateAdjust(&tomorrow, 0, 0, 0, 1, 0, 0);
+  EXPECT_EQ(reply["StartTimeDay"], localDate(now)[2]);
+  EXPECT_EQ(reply["EndTimeDay"], localDate(tomorrow)[2]);
+  EXPECT_EQ(reply["EndTimeMonth"], localDate(tomorrow)[1]);
+
+  // Dates still ahead are reported as stored.
+  dates(longAgo, future);
+  reply = query();
+  EXPECT_EQ(reply["StartTimeDay"], localDate(longAgo)[2]);
+  EXPECT_EQ(reply["EndTimeDay"], localDate(future)[2]);
+}
+
+TEST_F(OOOQuery, DefaultTemplateTextsWhenTheFormCannotCompute) {
+  addJane("agent");
+  editProfile([&](NOTEHANDLE p) { ASSERT_EQ(NSFItemDelete(p, "Form", 4), NOERROR); });
+  const Reply reply = query();
+  EXPECT_EQ(reply["DaysOut"], "I am out of the office from var_First until var_Back.");
+  EXPECT_EQ(reply["DaysOut_S"], "I am out of the office until var_Back.");
+  EXPECT_EQ(reply["DaysOut_V"], "I am out of the office from var_First until var_Back.");
+  EXPECT_EQ(reply["AppendSubjectDate"], "(returning var_Back)");
+  EXPECT_EQ(reply["ResetSubject"], "var_User is Out Of Office");
+  EXPECT_FALSE(reply.has("DaysOutValue"));
+  EXPECT_FALSE(reply.has("AppendSubjectDateValue"));
+}
+
+TEST_F(OOOQuery, ModeRulesFollowOOOUseOOOAPI) {
+  // A database enabled for the service whose profile says agent mode: the
+  // service interface and the TaskType rule disagree.
+  addJane("service");
+  editProfile([&](NOTEHANDLE p) { setText(p, "TaskType", "1"); });
+  auto mode = [&](const char* useApi, const char* taskState) {
+    if (useApi == nullptr) {
+      OSSetEnvironmentVariable("OOOUseOOOAPI", "");
+    } else {
+      OSSetEnvironmentVariable("OOOUseOOOAPI", useApi);
+    }
+    editProfile([&](NOTEHANDLE p) { setText(p, "TaskState", taskState); });
+    IPOOO context;
+    context.Username = kJane;
+    context.MailServer = kMail1;
+    context.MailBox = kJaneMail;
+    context.useOOOAPI(1);
+    context.getOOOProfile(1);
+    const int agent = context.getOOOType();
+    EXPECT_EQ(agent, context.agentMode);
+    return std::make_pair(agent, context.useAPI);
+  };
+  EXPECT_EQ(mode(nullptr, "0"), std::make_pair(1, 0));  // unset: TaskType rule, flag cleared
+  EXPECT_EQ(mode("2", "0"), std::make_pair(1, 0));
+  EXPECT_EQ(mode("1", "0"), std::make_pair(0, 1));      // the service answers
+  EXPECT_EQ(mode("1", "1"), std::make_pair(1, 1));      // on: the service is not asked
+  editProfile([&](NOTEHANDLE p) { setText(p, "TaskType", "2"); });
+  EXPECT_EQ(mode(nullptr, "1").first, 0);
+  editProfile([&](NOTEHANDLE p) { NSFItemDelete(p, "TaskType", 8); });
+  EXPECT_EQ(mode("2", "1").first, 1);
+  OSSetEnvironmentVariable("OOOUseOOOAPI", "");
+}
+
+TEST_F(OOOQuery, ClusterFailOverUsesTheNextServerThatServesTheMailFile) {
+  // Mail3 (the user's server) is down; Mail1 (this server) has no copy of
+  // the mail file; Mail2 serves it from its own data directory.
+  const fs::path mail2 = root_ / "mail2";
+  admin({"init", mail2.string(), "--server", "Mail2/Acme", "--cluster", "AcmeCluster"});
+  makeMailTemplate(mail2);
+  admin({"mailfile", "create", kJaneMail, "--owner", "Jane Doe/Acme", "--mode", "agent"}, mail2);
+  admin({"server", "add", "Mail2/Acme", "--cluster", "AcmeCluster", "--data", mail2.string()});
+  admin({"server", "add", "Mail3/Acme", "--cluster", "AcmeCluster", "--down"});
+
+  IPOOO context;
+  std::vector<std::string> cluster;
+  EXPECT_EQ(context.get_server_cluster("CN=Mail3/O=Acme", cluster), 3);
+  EXPECT_EQ(cluster.size(), 3u);
+
+  const Reply reply = query(context, "CN=Mail3/O=Acme");
+  EXPECT_EQ(context.MailServer, "CN=Mail2/O=Acme");
+  EXPECT_EQ(reply.user, "Jane Doe");
+
+  // Without a reachable copy the open's status is raised.
+  IPOOO lost;
+  lost.Username = kJane;
+  lost.MailServer = "CN=Mail3/O=Acme";
+  lost.MailBox = "mail/nobody.nsf";
+  try {
+    lost.getOOOProfile(1);
+    ADD_FAILURE() << "no server serves mail/nobody.nsf";
+  } catch (const IPException& e) {
+    EXPECT_EQ(e.show(), "getOOOProfile:" + lost.getErrorMsg(ERR_SESSION_CLOSED));
+  }
+  EXPECT_EQ(lost.getOOOProfile(0), ERR_SESSION_CLOSED);
+}
+
+// The stored agent note's text item.
+std::string agentItem(const char* name) {
+  DBHANDLE db = NULLHANDLE;
+  EXPECT_EQ(NSFDbOpen(kJaneMail, &db), NOERROR);
+  NOTEID id = 0;
+  EXPECT_EQ(NIFFindDesignNote(db, "OutOfOffice", NOTE_CLASS_FILTER, &id), NOERROR);
+  NOTEHANDLE note = NULLHANDLE;
+  EXPECT_EQ(NSFNoteOpen(db, id, 0, &note), NOERROR);
+  char text[256] = {0};
+  std::string value = NSFItemIsPresent(note, name, static_cast<WORD>(std::strlen(name)))
+                          ? std::string(text, NSFItemGetText(note, name, text, sizeof text))
+                          : "<missing>";
+  NSFNoteClose(note);
+  NSFDbClose(db);
+  return value;
+}
+
+TEST_F(OOOQuery, AgentSwitchesChangeTheAgentNoteAndProfile) {
+  addJane("agent");
+  IPOOO context;
+  context.Username = kJane;
+  context.MailServer = kMail1;
+  context.MailBox = kJaneMail;
+  ASSERT_EQ(context.getOOOProfile(1), NOERROR);
+  EXPECT_EQ(context.isAgentEnable(0), 0);
+  EXPECT_EQ(context.IsServiceEnabled(), 0u);
+
+  EXPECT_EQ(context.setAgentEnable(1), 1);
+  EXPECT_EQ(context.isAgentEnable(0), 0);  // the open handle is a snapshot
+  EXPECT_EQ(context.isAgentEnable(1), 1);
+  EXPECT_NE(agentItem("$AssistFlags").find('E'), std::string::npos);
+  EXPECT_EQ(agentItem("$MachineName"), kMail1);
+  EXPECT_EQ(agentItem("$UpdatedBy"), kMail1);
+  EXPECT_EQ(agentItem("$OnBehalfOf"), kJane);  // the CalendarProfile's Owner
+  EXPECT_EQ(context.isAgentActivation(), 0);   // an agent handle is held
+
+  // Enabling again: flags keep one E.
+  EXPECT_EQ(context.setAgentEnable(1), 1);
+  const std::string flags = agentItem("$AssistFlags");
+  EXPECT_EQ(std::count(flags.begin(), flags.end(), 'E'), 1) << flags;
+
+  // An enabled agent: EnableAgent only writes TaskType 1 and TaskState 0.
+  EXPECT_EQ(context.EnableAgent(), 1);
+  char text[16] = {0};
+  NSFItemGetText(context.hProfile, "TaskState", text, sizeof text);
+  EXPECT_STREQ(text, "0");
+  NSFItemGetText(context.hProfile, "TaskType", text, sizeof text);
+  EXPECT_STREQ(text, "1");
+
+  // Disabling removes the E and marks the profile off.
+  EXPECT_EQ(context.setAgentEnable(0), 1);
+  EXPECT_EQ(agentItem("$AssistFlags").find('E'), std::string::npos);
+  EXPECT_EQ(context.isAgentEnable(1), 0);
+  context.reset(0);
+  IPOOO fresh;
+  fresh.Username = kJane;
+  fresh.MailServer = kMail1;
+  fresh.MailBox = kJaneMail;
+  fresh.getOOOProfile(1);
+  EXPECT_EQ(fresh.isAgentActivation(), 1);  // "$FlagsExt" got its "a"
+}
+
+TEST_F(OOOQuery, ProfileWritesReplaceItems) {
+  addJane("service");
+  IPOOO context;
+  context.Username = kJane;
+  context.MailServer = kMail1;
+  context.MailBox = kJaneMail;
+  EXPECT_EQ(context.SetOptionField("X", IPOOO::kOptionOne), 0);  // nothing open yet
+  ASSERT_EQ(context.getOOOProfile(1), NOERROR);
+  EXPECT_EQ(context.IsServiceEnabled(), 1u);
+
+  context.SetOptionField("Opt", IPOOO::kOptionEmpty);
+  EXPECT_TRUE(NSFItemIsPresent(context.hProfile, "Opt", 3));
+  char text[64] = {0};
+  EXPECT_EQ(NSFItemGetText(context.hProfile, "Opt", text, sizeof text), 0);
+  context.SetOptionField("Opt", IPOOO::kOptionOne);
+  NSFItemGetText(context.hProfile, "Opt", text, sizeof text);
+  EXPECT_STREQ(text, "1");
+  context.SetOptionField("Opt", IPOOO::kOptionDelete);
+  EXPECT_FALSE(NSFItemIsPresent(context.hProfile, "Opt", 3));
+
+  NSFItemSetText(context.hProfile, "DaysOutDisplay", "x", 1);
+  NSFItemSetText(context.hProfile, "$MachineName", "M", 1);
+  context.DaysOut = "5";
+  context.AppendSubjectDate = "d";
+  EXPECT_EQ(context.SaveOOOProfile(1), 1);
+  EXPECT_EQ(context.SaveOOOProfile(0), 1);
+  EXPECT_FALSE(NSFItemIsPresent(context.hProfile, "DaysOutDisplay", 14));
+  EXPECT_EQ(NSFItemGetTextListEntries(context.hProfile, "DaysOut"), 1);
+  NSFItemGetText(context.hProfile, "Form", text, sizeof text);
+  EXPECT_STREQ(text, "OutofOfficeProfile");
+  NSFItemGetText(context.hProfile, "OwnerMailFile", text, sizeof text);
+  EXPECT_STREQ(text, kMail1);
+
+  context.agentMode = 0;
+  context.OOOEnable = false;
+  EXPECT_EQ(context.PostOpen(), 0);
+  NUMBER saveOptions = -1;
+  EXPECT_TRUE(NSFItemGetNumber(context.hProfile, "SaveOptions", &saveOptions));
+  EXPECT_EQ(saveOptions, 0);
+  NSFItemGetText(context.hProfile, "CurrentStatus", text, sizeof text);
+  EXPECT_STREQ(text, "0");
+  NSFItemGetText(context.hProfile, "NotificationConfirmation", text, sizeof text);
+  EXPECT_STREQ(text, "0");
+  EXPECT_TRUE(NSFItemIsPresent(context.hProfile, "AdminP_Status", 13));
+}
+
+// The whole request: a real task, the request file, "MQ$OutOfOffice", the
+// reply queue and the reply document written over the request file.
+TEST_F(OOOQuery, TaskProcessAnswersQueriesConcurrency) {
+  addJane("agent");
+  std::string binary = TARNWICK_TASK_BINARY;
+  std::string ini = "=" + (data() / "notes.ini").string();
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  const std::string console = (root_ / "console.txt").string();
+  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, console.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
+  char* argv[] = {binary.data(), ini.data(), nullptr};
+  ASSERT_EQ(posix_spawn(&pid_, binary.c_str(), &actions, nullptr, argv, environ), 0);
+  posix_spawn_file_actions_destroy(&actions);
+
+  MQHANDLE requests = NULLHANDLE;
+  const auto until = std::chrono::steady_clock::now() + 60s;
+  while (MQOpen("MQ$OutOfOffice", 0, &requests) != NOERROR) {
+    ASSERT_LT(std::chrono::steady_clock::now(), until) << readFile(console);
+    std::this_thread::sleep_for(20ms);
+  }
+  queues_.push_back(requests);
+  MQHANDLE replies = NULLHANDLE;
+  ASSERT_EQ(MQCreate("MQ$OOOServletList_7", 0, 0), NOERROR);
+  ASSERT_EQ(MQOpen("MQ$OOOServletList_7", 0, &replies), NOERROR);
+  queues_.push_back(replies);
+
+  auto ask = [&](const std::string& name, const std::string& mailBox) {
+    const fs::path path = root_ / name;
+    std::ofstream(path) << "<Username MQName='MQ$OOOServletList_7' Action='1' MailServer='" << kMail1
+                        << "' MailBox='" << mailBox << "'>" << kJane << "</Username>";
+    std::string text = path.string();
+    EXPECT_EQ(MQPut(requests, 0, text.data(), static_cast<WORD>(text.size()), 0), NOERROR);
+    std::vector<char> buffer(MQ_MAX_MSGSIZE);
+    WORD length = 0;
+    const STATUS got = MQGet(replies, buffer.data(), static_cast<WORD>(buffer.size()), 0, 30000, &length);
+    EXPECT_EQ(got, NOERROR) << readFile(console);
+    return std::make_pair(std::string(buffer.data(), length), readFile(path));
+  };
+
+  const auto [ok, document] = ask("q1.xml", kJaneMail);
+  EXPECT_EQ(ok, "OK");
+  const Reply reply = parseReply(document);
+  EXPECT_EQ(written(reply), without(kAllAttributes, {"DaysOutValue", "AppendSubjectDate", "AppendSubjectDateValue"}));
+  EXPECT_EQ(reply["Subject"], "Jane Doe is out of the office");
+  EXPECT_EQ(reply["TaskType"], "1");
+  EXPECT_EQ(reply.user, "Jane Doe");
+  const auto logged = std::chrono::steady_clock::now() + 10s;
+  while (readFile(console).find("Tarnwick: [Jane Doe/Acme] OutOfOfficeProfile has been read.") == std::string::npos &&
+         std::chrono::steady_clock::now() < logged) {
+    std::this_thread::sleep_for(20ms);
+  }
+  EXPECT_NE(readFile(console).find("Tarnwick: [Jane Doe/Acme] OutOfOfficeProfile has been read."),
+            std::string::npos);
+
+  // A mail file that does not exist: the error text is the reply, the
+  // request file stays as it was and nothing is logged for it.
+  const auto [error, unchanged] = ask("q2.xml", "mail/nobody.nsf");
+  EXPECT_EQ(error.rfind("getOOOProfile:", 0), 0u) << error;
+  EXPECT_NE(unchanged.find("<Username"), std::string::npos);
+  EXPECT_EQ(readFile(console).find("has been read", readFile(console).find("has been read.") + 1), std::string::npos);
+
+  ::kill(pid_, SIGTERM);
+  ::waitpid(pid_, nullptr, 0);
+  pid_ = -1;
+}
+
+}  // namespace
