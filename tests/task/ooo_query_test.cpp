@@ -22,8 +22,6 @@
 #include <vector>
 
 #include "agents.h"
-#include "designreplace.h"
-#include "dxlimport.h"
 #include "globerr.h"
 #include "intl.h"
 #include "mq.h"
@@ -137,22 +135,8 @@ class OOOQuery : public ::testing::Test {
     std::string ini = "=" + (data() / "notes.ini").string();
     char* argv[] = {const_cast<char*>("test"), ini.data()};
     ASSERT_EQ(NotesInitExtended(2, argv), NOERROR);
-    // The shipped designs: the directory's views and the mail template.
-    ASSERT_EQ(TarnwickTemplateFromDXL(TARNWICK_DESIGN_DIR "/names.xml", "names.ntf", nullptr, nullptr), NOERROR);
-    DBHANDLE names = NULLHANDLE, namesTemplate = NULLHANDLE;
-    ASSERT_EQ(NSFDbOpen("names.ntf", &namesTemplate), NOERROR);
-    ASSERT_EQ(NSFDbOpen("names.nsf", &names), NOERROR);
-    ASSERT_EQ(DesignReplace(namesTemplate, names, DESIGNREPLACE_FORCE, 0, nullptr), NOERROR);
-    NSFDbClose(names);
-    NSFDbClose(namesTemplate);
-    makeMailTemplate(data());
   }
 
-  static void makeMailTemplate(const fs::path& dataDir) {
-    ASSERT_EQ(TarnwickTemplateFromDXL(TARNWICK_DESIGN_DIR "/mail.xml", (dataDir / "mail.ntf").c_str(), nullptr,
-                                      nullptr),
-              NOERROR);
-  }
 
   void TearDown() override {
     if (pid_ > 0) {
@@ -442,7 +426,6 @@ TEST_F(OOOQuery, ClusterFailOverUsesTheNextServerThatServesTheMailFile) {
   // the mail file; Mail2 serves it from its own data directory.
   const fs::path mail2 = root_ / "mail2";
   admin({"init", mail2.string(), "--server", "Mail2/Acme", "--cluster", "AcmeCluster"});
-  makeMailTemplate(mail2);
   admin({"mailfile", "create", kJaneMail, "--owner", "Jane Doe/Acme", "--mode", "agent"}, mail2);
   admin({"server", "add", "Mail2/Acme", "--cluster", "AcmeCluster", "--data", mail2.string()});
   admin({"server", "add", "Mail3/Acme", "--cluster", "AcmeCluster", "--down"});
