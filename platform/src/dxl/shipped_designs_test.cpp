@@ -8,13 +8,16 @@
 #include <gtest/gtest.h>
 
 #include "acl.h"
+#include "globerr.h"
 #include "agents.h"
 #include "dxl/dxl_test_support.h"
 #include "dxl/form_design.h"
 #include "dxl/view_design.h"
 #include "fileresource.h"
 #include "formula.h"
+#include "nif.h"
 #include "nsfdata.h"
+#include "nsfnote.h"
 #include "oooapi.h"
 #include "ostime.h"
 #include "store/database.h"
@@ -149,6 +152,23 @@ TEST_F(ShippedDesignTest, ApplicationTemplatesCarryTheSettingsDesignAndFiles) {
   EXPECT_EQ(evaluate({}, field_formula(*form, "DocAuthor", true)), "LocalDomainServers");
   EXPECT_EQ(selects({{"Form", "\"Setup\""}}, design.selection_formula), "yes");
   EXPECT_EQ(selects({{"Form", "\"Memo\""}}, design.selection_formula), "no");
+
+  // A settings document is found through the view by its server name, whatever the case.
+  NOTEHANDLE settings = NULLHANDLE;
+  ASSERT_EQ(NSFNoteCreate(db_, &settings), NOERROR);
+  NSFItemSetText(settings, "Form", "Setup", MAXWORD);
+  NSFItemSetText(settings, "Server", "CN=Mail1/O=Acme", MAXWORD);
+  ASSERT_EQ(NSFNoteUpdate(settings, 0), NOERROR);
+  NSFNoteClose(settings);
+  HCOLLECTION collection = NULLHANDLE;
+  ASSERT_EQ(NIFOpenCollection(db_, db_, view_id, 0, NULLHANDLE, &collection, nullptr, nullptr, nullptr, nullptr),
+            NOERROR);
+  COLLECTIONPOSITION position{};
+  DWORD matches = 0;
+  EXPECT_EQ(NIFFindByName(collection, "cn=mail1/o=ACME", FIND_CASE_INSENSITIVE, &position, &matches), NOERROR);
+  EXPECT_EQ(matches, 1u);
+  EXPECT_EQ(NIFFindByName(collection, "CN=Mail2/O=Acme", FIND_CASE_INSENSITIVE, &position, &matches), ERR_NOT_FOUND);
+  NIFCloseCollection(collection);
 
   // The files the pages link to, byte for byte.
   for (const char* file : {"favicon.ico", "oooicon.png", "OOO.apk"}) {
