@@ -4,6 +4,9 @@
 #include <set>
 
 #include "admin_harness.h"
+#include "globerr.h"
+#include "lookup.h"
+#include "osmem.h"
 
 namespace tarnwick::admin::testing {
 namespace {
@@ -51,6 +54,44 @@ TEST_F(AdminDirectory, PasswordsAreStoredHashedAndDuplicatesRefused) {
   again = run({"--data", data().string(), "person", "add", "Jim Doe/Acme"});  // short name jdoe again
   EXPECT_EQ(again.code, 1);
   EXPECT_NE(again.err.find("jdoe"), std::string::npos) << again.err;
+}
+
+// The first text entry of an item of the directory entry the view finds
+// under `name` ("<not found>" when it finds none).
+std::string looked_up(const char* view, const std::string& name, const char* item) {
+  const std::string view_name = std::string(view) + '\0';
+  const std::string names = name + '\0';
+  const std::string items = std::string(item) + '\0';
+  DHANDLE buffer = NULLHANDLE;
+  if (NAMELookup2(nullptr, 0, 1, view_name.c_str(), 1, names.c_str(), 1, items.c_str(), &buffer) != NOERROR) {
+    return "<lookup failed>";
+  }
+  void* lookup = OSLockObject(buffer);
+  DWORD matches = 0;
+  void* record = NAMELocateNextName2(lookup, nullptr, &matches);
+  std::string value = "<not found>";
+  if (record != nullptr && matches > 0) {
+    char text[256] = {};
+    void* match = NAMELocateNextMatch2(lookup, record, nullptr);
+    value = NAMEGetTextItem2(match, 0, 0, text, sizeof text) == NOERROR ? text : "<no item>";
+  }
+  OSUnlockObject(buffer);
+  OSMemFree(buffer);
+  return value;
+}
+
+TEST_F(AdminDirectory, TheDirectoryViewsFindWhatTheToolWrites) {
+  init();
+  ok({"person", "add", "Jane Doe/Acme", "--internet", "jane@acme.example"});
+  ok({"group", "add", "Sales", "--members", "Jane Doe/Acme"});
+  start_runtime_here();
+  EXPECT_EQ(looked_up("$Users", "jdoe", "FullName"), "CN=Jane Doe/O=Acme");
+  EXPECT_EQ(looked_up("$Users", "Jane Doe/Acme", "MailFile"), "mail/jdoe.nsf");
+  EXPECT_EQ(looked_up("$Users", "jane@acme.example", "MailServer"), "CN=Mail1/O=Acme");
+  EXPECT_EQ(looked_up("$Groups", "sales", "Members"), "CN=Jane Doe/O=Acme");
+  EXPECT_EQ(looked_up("$Servers", "Mail1/Acme", "ClusterName"), "AcmeCluster");
+  EXPECT_EQ(looked_up("$Clusters", "AcmeCluster", "ServerName"), "CN=Mail1/O=Acme");
+  EXPECT_EQ(looked_up("$Users", "nobody", "FullName"), "<not found>");
 }
 
 TEST_F(AdminDirectory, GroupsNestAndListTheirMembers) {
