@@ -8,8 +8,9 @@
 
 namespace tarnwick::rt::testing {
 
-inline TIMEDATE local_timedate(int year, int month, int day, int hour, int minute, int second = 0,
-                               int hundredth = 0) {
+// A broken-down time in the given zone (platform zone number and DST flag).
+inline TIME make_time(int year, int month, int day, int hour, int minute, int second, int zone, int dst,
+                      int hundredth = 0) {
   TIME t{};
   t.year = year;
   t.month = month;
@@ -18,7 +19,16 @@ inline TIMEDATE local_timedate(int year, int month, int day, int hour, int minut
   t.minute = minute;
   t.second = second;
   t.hundredth = hundredth;
-  OSCurrentTimeZone(&t.zone, &t.dst);
+  t.zone = zone;
+  t.dst = dst;
+  return t;
+}
+
+inline TIMEDATE local_timedate(int year, int month, int day, int hour, int minute, int second = 0,
+                               int hundredth = 0) {
+  int zone = 0, dst = 0;
+  OSCurrentTimeZone(&zone, &dst);
+  TIME t = make_time(year, month, day, hour, minute, second, zone, dst, hundredth);
   EXPECT_FALSE(TimeLocalToGM(&t));
   return t.GM;
 }

@@ -8,24 +8,13 @@
 
 #include "ostime.h"
 #include "time/scoped_time_zone.h"
+#include "time/test_times.h"
 
 namespace {
 
 using tarnwick::rt::ScopedTimeZone;
 
-TIME make_time(int year, int month, int day, int hour, int minute, int second, int zone, int dst, int hundredth = 0) {
-  TIME t{};
-  t.year = year;
-  t.month = month;
-  t.day = day;
-  t.hour = hour;
-  t.minute = minute;
-  t.second = second;
-  t.hundredth = hundredth;
-  t.zone = zone;
-  t.dst = dst;
-  return t;
-}
+using tarnwick::rt::testing::make_time;
 
 TIME local_time(int year, int month, int day, int hour, int minute, int second = 0) {
   int zone = 0, dst = 0;
