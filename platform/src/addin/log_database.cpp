@@ -8,6 +8,7 @@
 #include "nsfdb.h"
 #include "nsfnote.h"
 #include "nsfsearch.h"
+#include "store/database.h"
 #include "time/timedate.h"
 
 namespace tarnwick::rt {
@@ -79,6 +80,13 @@ STATUS LogDatabaseStore::append(const ServerLogLine& line) {
   if (ini_path().empty()) return ERR_NOEXIST;  // no server environment: console only
   OpenDatabase db;
   if (STATUS status = db.open(true)) return status;
+  // A line is one commit; flushing each to disk would make logging, which
+  // every request does, wait for the disk. A line stays once its process
+  // has written it, even if that process dies; a power loss may take the
+  // last ones.
+  if (auto database = store::find_database(db.handle())) {
+    if (STATUS status = database->flush_commits_lazily()) return status;
+  }
   OpenNote note;
   if (STATUS status = NSFNoteCreate(db.handle(), note.out())) return status;
   const LocalZone zone = local_zone(static_cast<std::time_t>(line.unix_seconds));

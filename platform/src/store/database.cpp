@@ -552,6 +552,12 @@ STATUS Database::profile_notes(std::vector<std::pair<NOTEID, std::string>>* out)
   return NOERROR;
 }
 
+STATUS Database::flush_commits_lazily() {
+  std::lock_guard lock(connection_->mutex);
+  const int rc = connection_->exec("PRAGMA synchronous=NORMAL");
+  return rc == SQLITE_OK ? NOERROR : status_from_sqlite(rc);
+}
+
 void Database::own_block(DHANDLE block) {
   std::lock_guard lock(blocks_mutex_);
   owned_blocks_.push_back(block);

@@ -119,6 +119,14 @@ class Database {
   // Profile notes: (note ID, $Name) pairs in note ID order.
   STATUS profile_notes(std::vector<std::pair<NOTEID, std::string>>* out);
 
+  // Commits through this database's connection are no longer flushed to
+  // disk one by one, only at WAL checkpoints. A process that dies keeps
+  // them (they are in the operating system's cache); a machine that loses
+  // power may lose the last ones; the file stays consistent either way. For
+  // data whose last moments may be lost, like the server log. The setting
+  // stays with the connection, which the pool hands only to this file.
+  STATUS flush_commits_lazily();
+
   // Keeps a memory block handed out on behalf of this database until the
   // database object goes away (NSFProfileGetField values).
   void own_block(DHANDLE block);

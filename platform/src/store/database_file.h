@@ -11,8 +11,9 @@
 //                           design title and flags, and the items blob
 //                           (item_codec.h)
 // Files are in WAL mode with synchronous=FULL: a commit is on disk when it
-// returns, and a process killed at any moment leaves each transaction wholly
-// there or wholly absent.
+// returns (unless a database asks for lazy flushing, Database::
+// flush_commits_lazily), and a process killed at any moment leaves each
+// transaction wholly there or wholly absent.
 //
 // Pool: opening a SQLite connection costs far more than a query on an open
 // one, so connections of closed database handles are kept (up to
