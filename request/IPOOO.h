@@ -112,8 +112,9 @@ class IPOOO {
   // --- Set flow: date checks and profile times (engine/SettingsTimes.cpp) ---
   // Checks the profile's leave and return dates against each other and the
   // current time; raises IPException from "ValidateSettings" with the message
-  // the user sees. Returns 1 when the dates are acceptable. Normalises the
-  // profile's "StartTime" (and in service mode "EndTime") to a bare 00:00.
+  // the user sees. Returns 1 when the dates are acceptable. A period of whole
+  // days gets a bare 00:00 (no date) in "StartTime" (service mode: also in
+  // "EndTime"; agent mode: only while the return day is still ahead).
   int ValidateSettings();
   // Reads "DateFirstDayOut", "DateFirstDayBack", "StartTime" and "EndTime"
   // of the open profile into the profile* times. 0 when no profile is open;
@@ -128,16 +129,18 @@ class IPOOO {
   static constexpr WORD kResetEndNow = 11;
 
   // --- Calendar busy-time entry (engine/BusyTime.cpp) ----------------------
-  // Creates the "Out Of Office" calendar entry named by the profile's
-  // "CalendarEntryUNID" (or updates it when the profile names one). 1 when an
-  // entry was written, 0 without a mail database. Raises from "BookBusyTime".
+  // Creates the "Out Of Office" calendar entry and names it in the profile's
+  // "CalendarEntryUNID", or moves the entry the profile names already to the
+  // profile's dates. 1 when an entry was written, 0 without a mail database.
+  // Raises from "BookBusyTime" (a stale identifier too).
   DWORD BookBusyTime();
   // Turns the entry named by the profile into free time and forgets it. 1
   // when an entry was released, 0 when the profile names none. Raises from
   // "RemoveBusyTime".
   DWORD RemoveBusyTime();
   // The identifier text "%.8X%.8X%.8X%.8X" (file high, file low, note high,
-  // note low) back to a UNIVERSALNOTEID; digits may be of either case.
+  // note low) back to a UNIVERSALNOTEID; digits may be of either case. Words
+  // a shorter text does not reach are 0.
   static void ConvertStringToUNID(const char* text, UNIVERSALNOTEID* unid);
   // Hexadecimal text to a 32-bit value; no check for invalid characters.
   static void ConvertStringToHex(const char* text, unsigned int& value);

@@ -420,6 +420,12 @@ TEST_F(BusyTime, IdentifierTextsConvertInEitherCase) {
   EXPECT_EQ(upper.Note.Innards[0], 0x76543210u);
   IPOOO::ConvertStringToUNID("0123456789abcdeffedcba9876543210", &lower);
   EXPECT_EQ(std::memcmp(&upper, &lower, sizeof upper), 0);
+  UNIVERSALNOTEID shortText{};
+  IPOOO::ConvertStringToUNID("000000010000000A", &shortText);
+  EXPECT_EQ(shortText.File.Innards[1], 1u);
+  EXPECT_EQ(shortText.File.Innards[0], 10u);
+  EXPECT_EQ(shortText.Note.Innards[1], 0u);
+  EXPECT_EQ(shortText.Note.Innards[0], 0u);
 }
 
 TEST_F(BusyTime, BookingCreatesOneEntryAndMovesItAfterwards) {
