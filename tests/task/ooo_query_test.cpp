@@ -31,7 +31,9 @@
 #include "nsfdesign.h"
 #include "nsfnote.h"
 #include "nsfprofile.h"
+#include "ods.h"
 #include "osenv.h"
+#include "osmem.h"
 #include "ostime.h"
 #include "request/IPOOO.h"
 
@@ -626,6 +628,69 @@ std::string agentItem(const char* name) {
   NSFNoteClose(note);
   NSFDbClose(db);
   return value;
+}
+
+// Replaces the agent note's "$AssistInfo" with a value of the given bytes,
+// and reads the stored value back (without its type word).
+void writeAssistInfo(const std::vector<char>& bytes) {
+  DBHANDLE db = NULLHANDLE;
+  ASSERT_EQ(NSFDbOpen(kJaneMail, &db), NOERROR);
+  NOTEID id = 0;
+  ASSERT_EQ(NIFFindDesignNote(db, "OutOfOffice", NOTE_CLASS_FILTER, &id), NOERROR);
+  NOTEHANDLE note = NULLHANDLE;
+  ASSERT_EQ(NSFNoteOpen(db, id, 0, &note), NOERROR);
+  NSFItemDelete(note, "$AssistInfo", 11);
+  ASSERT_EQ(NSFItemAppend(note, ITEM_SIGN, "$AssistInfo", 11, TYPE_ASSISTANT_INFO, bytes.data(), bytes.size()),
+            NOERROR);
+  ASSERT_EQ(NSFNoteUpdate(note, UPDATE_FORCE), NOERROR);
+  NSFNoteClose(note);
+  NSFDbClose(db);
+}
+
+std::vector<char> readAssistInfo() {
+  DBHANDLE db = NULLHANDLE;
+  EXPECT_EQ(NSFDbOpen(kJaneMail, &db), NOERROR);
+  NOTEID id = 0;
+  EXPECT_EQ(NIFFindDesignNote(db, "OutOfOffice", NOTE_CLASS_FILTER, &id), NOERROR);
+  NOTEHANDLE note = NULLHANDLE;
+  EXPECT_EQ(NSFNoteOpen(db, id, 0, &note), NOERROR);
+  BLOCKID item{}, value{};
+  WORD type = 0;
+  DWORD length = 0;
+  std::vector<char> bytes;
+  if (NSFItemInfo(note, "$AssistInfo", 11, &item, &type, &value, &length) == NOERROR && length >= sizeof(WORD)) {
+    const char* stored = OSLockBlock(char, value) + sizeof(WORD);
+    bytes.assign(stored, stored + length - sizeof(WORD));
+    OSUnlockObject(value.pool);
+  }
+  NSFNoteClose(note);
+  NSFDbClose(db);
+  return bytes;
+}
+
+TEST_F(OOOQuery, EnablingUpgradesAnOldScheduleRecordAndLeavesAShortOneAlone) {
+  addJane("agent");
+  auto enable = [&] {
+    IPOOO context;
+    context.Username = kJane;
+    context.MailServer = kMail1;
+    context.MailBox = kJaneMail;
+    ASSERT_EQ(context.getOOOProfile(1), NOERROR);
+    EXPECT_EQ(context.setAgentEnable(1), 1);
+  };
+  // A version 1 record comes back as version 2, the rest unchanged.
+  std::vector<char> record(ODSLength(_ODS_ASSISTSTRUCT), 0);
+  record[0] = 1;  // wVersion, little-endian
+  record[2] = 7;  // the next field
+  writeAssistInfo(record);
+  enable();
+  std::vector<char> upgraded = record;
+  upgraded[0] = 2;
+  EXPECT_EQ(readAssistInfo(), upgraded);
+  // A value too short for the record is kept as it is.
+  writeAssistInfo({1, 0, 3});
+  enable();
+  EXPECT_EQ(readAssistInfo(), (std::vector<char>{1, 0, 3}));
 }
 
 TEST_F(OOOQuery, AgentSwitchesChangeTheAgentNoteAndProfile) {
