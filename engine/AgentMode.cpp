@@ -117,13 +117,15 @@ int IPOOO::setAgentEnable(int enable) {
     if (status == NOERROR) status = NSFNoteSign(note);
     if (status == NOERROR) status = NSFNoteUpdate(note, UPDATE_FORCE);
   } else if (status == NOERROR) {
-    // The schedule record: versions before 2 are rewritten as version 2.
+    // The schedule record: versions before 2 are rewritten as version 2. A
+    // value too short to hold the record is left alone rather than read past
+    // its end.
     BLOCKID item{};
     BLOCKID value{};
     WORD type = 0;
     DWORD length = 0;
     if (NSFItemInfo(note, ASSIST_INFO_ITEM, nameLength(ASSIST_INFO_ITEM), &item, &type, &value, &length) == NOERROR &&
-        length > 1 && type == TYPE_ASSISTANT_INFO) {
+        length > 1 && type == TYPE_ASSISTANT_INFO && length >= sizeof(WORD) + ODSLength(_ODS_ASSISTSTRUCT)) {
       ODS_ASSISTSTRUCT info{};
       const void* stored = OSLockBlock(char, value) + sizeof(WORD);
       ODSReadMemory(&stored, _ODS_ASSISTSTRUCT, &info, 1);

@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "agents.h"
+#include "dxlimport.h"
 #include "globerr.h"
 #include "intl.h"
 #include "mq.h"
@@ -30,7 +31,9 @@
 #include "nsfdesign.h"
 #include "nsfnote.h"
 #include "nsfprofile.h"
+#include "ods.h"
 #include "osenv.h"
+#include "osmem.h"
 #include "ostime.h"
 #include "request/IPOOO.h"
 
@@ -459,6 +462,67 @@ TEST_F(OOOQuery, DefaultTemplateTextsWhenTheFormCannotCompute) {
   EXPECT_FALSE(reply.has("AppendSubjectDateValue"));
 }
 
+TEST_F(OOOQuery, TextTypedTemplateIsComputedWithTextDates) {
+  // An older mail template keeps the days as text: the first computation
+  // fails on the time values and the texts are computed from date texts.
+  const std::string design = std::string(TARNWICK_DESIGN_DIR) + "/mail-legacy.xml";
+  ASSERT_EQ(TarnwickTemplateFromDXL(design.c_str(), "mail7.ntf", nullptr, nullptr), NOERROR);
+  admin({"person", "add", "Jane Doe/Acme"});
+  admin({"mailfile", "create", kJaneMail, "--owner", "Jane Doe/Acme", "--template", "mail7.ntf", "--mode", "agent"});
+  TIMEDATE out{}, back{};
+  OSCurrentTIMEDATE(&out);
+  TimeDateAdjust(&out, 0, 0, 0, 3, 0, 0);
+  back = out;
+  TimeDateAdjust(&back, 0, 0, 0, 4, 0, 0);
+  editProfile([&](NOTEHANDLE p) {
+    ASSERT_EQ(NSFItemSetTime(p, "dateFirstDayOut", &out), NOERROR);
+    ASSERT_EQ(NSFItemSetTime(p, "dateFirstDayBack", &back), NOERROR);
+  });
+  Reply reply = query();
+  EXPECT_EQ(reply["DaysOut_S"], "I am out of the office from var_First until var_Back.");
+  EXPECT_EQ(reply["DaysOut"], reply["DaysOut_S"]);  // without AppendSubject
+  EXPECT_EQ(reply["AppendSubjectDate"], "(back on var_Back)");
+  EXPECT_EQ(reply["ResetSubject"], "var_User is out of the office");
+  EXPECT_EQ(reply["DaysOut_V"], "I am out of the office from var_First until var_Back.");
+
+  // The date-typed template leaves AppendSubjectDate empty; this one is the
+  // only one that fills it.
+  editProfile([&](NOTEHANDLE p) { setText(p, "AppendSubject", "1"); });
+  reply = query();
+  EXPECT_EQ(reply["ASDEnable"], "1");
+  EXPECT_EQ(reply["DaysOut"], "I am out of the office from var_First until var_Back.");
+  EXPECT_EQ(reply["AppendSubjectDate"], "(back on var_Back)");
+}
+
+TEST_F(OOOQuery, OnAndOffStatesInAgentMode) {
+  addJane("agent");
+  auto state = [&](const char* taskState, const char* adminStatus) {
+    editProfile([&](NOTEHANDLE p) {
+      setText(p, "TaskState", taskState);
+      setText(p, "AdminP_Status", adminStatus);
+    });
+    return query()["OOOEnable"];
+  };
+  // The shipped agent is disabled: without an AdminP_Status verdict the
+  // agent decides.
+  EXPECT_EQ(state("1", ""), "0");
+  EXPECT_EQ(state("2", "enable"), "1");  // the verdict is read without case
+  EXPECT_EQ(state("0", "Enable"), "0");  // off, and the agent is off
+  EXPECT_EQ(state("3", "DISABLE"), "0");
+  EXPECT_EQ(state("x", ""), "0");       // unknown first character: stays off
+  EXPECT_EQ(state("", "ENABLE"), "0");  // empty TaskState is off
+  IPOOO context;
+  context.Username = kJane;
+  context.MailServer = kMail1;
+  context.MailBox = kJaneMail;
+  ASSERT_EQ(context.getOOOProfile(1), NOERROR);
+  ASSERT_EQ(context.setAgentEnable(1), 1);
+  context.reset(0);
+  EXPECT_EQ(state("1", ""), "1");        // the enabled agent says on
+  EXPECT_EQ(state("0", "ENABLE"), "1");  // off in the profile, but the agent runs
+  EXPECT_EQ(state("3", "disable"), "0");
+}
+
 TEST_F(OOOQuery, ModeRulesFollowOOOUseOOOAPI) {
   // A database enabled for the service whose profile says agent mode: the
   // service interface and the TaskType rule disagree.
@@ -564,6 +628,69 @@ std::string agentItem(const char* name) {
   NSFNoteClose(note);
   NSFDbClose(db);
   return value;
+}
+
+// Replaces the agent note's "$AssistInfo" with a value of the given bytes,
+// and reads the stored value back (without its type word).
+void writeAssistInfo(const std::vector<char>& bytes) {
+  DBHANDLE db = NULLHANDLE;
+  ASSERT_EQ(NSFDbOpen(kJaneMail, &db), NOERROR);
+  NOTEID id = 0;
+  ASSERT_EQ(NIFFindDesignNote(db, "OutOfOffice", NOTE_CLASS_FILTER, &id), NOERROR);
+  NOTEHANDLE note = NULLHANDLE;
+  ASSERT_EQ(NSFNoteOpen(db, id, 0, &note), NOERROR);
+  NSFItemDelete(note, "$AssistInfo", 11);
+  ASSERT_EQ(NSFItemAppend(note, ITEM_SIGN, "$AssistInfo", 11, TYPE_ASSISTANT_INFO, bytes.data(), bytes.size()),
+            NOERROR);
+  ASSERT_EQ(NSFNoteUpdate(note, UPDATE_FORCE), NOERROR);
+  NSFNoteClose(note);
+  NSFDbClose(db);
+}
+
+std::vector<char> readAssistInfo() {
+  DBHANDLE db = NULLHANDLE;
+  EXPECT_EQ(NSFDbOpen(kJaneMail, &db), NOERROR);
+  NOTEID id = 0;
+  EXPECT_EQ(NIFFindDesignNote(db, "OutOfOffice", NOTE_CLASS_FILTER, &id), NOERROR);
+  NOTEHANDLE note = NULLHANDLE;
+  EXPECT_EQ(NSFNoteOpen(db, id, 0, &note), NOERROR);
+  BLOCKID item{}, value{};
+  WORD type = 0;
+  DWORD length = 0;
+  std::vector<char> bytes;
+  if (NSFItemInfo(note, "$AssistInfo", 11, &item, &type, &value, &length) == NOERROR && length >= sizeof(WORD)) {
+    const char* stored = OSLockBlock(char, value) + sizeof(WORD);
+    bytes.assign(stored, stored + length - sizeof(WORD));
+    OSUnlockObject(value.pool);
+  }
+  NSFNoteClose(note);
+  NSFDbClose(db);
+  return bytes;
+}
+
+TEST_F(OOOQuery, EnablingUpgradesAnOldScheduleRecordAndLeavesAShortOneAlone) {
+  addJane("agent");
+  auto enable = [&] {
+    IPOOO context;
+    context.Username = kJane;
+    context.MailServer = kMail1;
+    context.MailBox = kJaneMail;
+    ASSERT_EQ(context.getOOOProfile(1), NOERROR);
+    EXPECT_EQ(context.setAgentEnable(1), 1);
+  };
+  // A version 1 record comes back as version 2, the rest unchanged.
+  std::vector<char> record(ODSLength(_ODS_ASSISTSTRUCT), 0);
+  record[0] = 1;  // wVersion, little-endian
+  record[2] = 7;  // the next field
+  writeAssistInfo(record);
+  enable();
+  std::vector<char> upgraded = record;
+  upgraded[0] = 2;
+  EXPECT_EQ(readAssistInfo(), upgraded);
+  // A value too short for the record is kept as it is.
+  writeAssistInfo({1, 0, 3});
+  enable();
+  EXPECT_EQ(readAssistInfo(), (std::vector<char>{1, 0, 3}));
 }
 
 TEST_F(OOOQuery, AgentSwitchesChangeTheAgentNoteAndProfile) {
