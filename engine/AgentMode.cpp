@@ -20,6 +20,7 @@
 #include "request/IPOOO.h"
 #include "textlist.h"
 
+using tarnwick::engine::calendarOwner;
 using tarnwick::engine::deleteIfPresent;
 using tarnwick::engine::hasItem;
 using tarnwick::engine::isNotifiedItem;
@@ -34,28 +35,6 @@ WORD nameLength(const char* name) { return static_cast<WORD>(std::strlen(name));
 
 STATUS appendText(NOTEHANDLE note, WORD flags, const char* name, const std::string& text) {
   return NSFItemAppend(note, flags, name, nameLength(name), TYPE_TEXT, text.data(), text.size());
-}
-
-// The owner named by the mail database's "CalendarProfile" (a text, or the
-// first entry of a text list); fallback when it names none.
-std::string calendarOwner(DBHANDLE db, const std::string& fallback) {
-  WORD type = 0;
-  BLOCKID value{};
-  DWORD length = 0;
-  if (NSFProfileGetField(db, "CalendarProfile", 15, nullptr, 0, "Owner", 5, &type, &value, &length) != NOERROR) {
-    return fallback;
-  }
-  const char* bytes = OSLockBlock(const char, value);
-  std::string owner = fallback;
-  if (type == TYPE_TEXT && length >= sizeof(WORD)) {
-    owner.assign(bytes + sizeof(WORD), length - sizeof(WORD));
-  } else if (type == TYPE_TEXT_LIST && ListGetNumEntries(bytes, TRUE) > 0) {
-    char* text = nullptr;
-    WORD textLength = 0;
-    if (ListGetText(bytes, TRUE, 0, &text, &textLength) == NOERROR) owner.assign(text, textLength);
-  }
-  OSUnlockObject(value.pool);
-  return owner;
 }
 
 }  // namespace
@@ -138,13 +117,15 @@ int IPOOO::setAgentEnable(int enable) {
     if (status == NOERROR) status = NSFNoteSign(note);
     if (status == NOERROR) status = NSFNoteUpdate(note, UPDATE_FORCE);
   } else if (status == NOERROR) {
-    // The schedule record: versions before 2 are rewritten as version 2.
+    // The schedule record: versions before 2 are rewritten as version 2. A
+    // value too short to hold the record is left alone rather than read past
+    // its end.
     BLOCKID item{};
     BLOCKID value{};
     WORD type = 0;
     DWORD length = 0;
     if (NSFItemInfo(note, ASSIST_INFO_ITEM, nameLength(ASSIST_INFO_ITEM), &item, &type, &value, &length) == NOERROR &&
-        length > 1 && type == TYPE_ASSISTANT_INFO) {
+        length > 1 && type == TYPE_ASSISTANT_INFO && length >= sizeof(WORD) + ODSLength(_ODS_ASSISTSTRUCT)) {
       ODS_ASSISTSTRUCT info{};
       const void* stored = OSLockBlock(char, value) + sizeof(WORD);
       ODSReadMemory(&stored, _ODS_ASSISTSTRUCT, &info, 1);
@@ -271,6 +252,6 @@ int IPOOO::DisableAgent() {
   SetTaskType(1);
   SetTaskState(0);
   const int removed = RemoveBusyTime() != 0 ? 1 : 0;
-  if (alreadyOff == 0) ResetDateTime(11);
+  if (alreadyOff == 0) ResetDateTime(kResetEndNow);
   return removed;
 }

@@ -11,7 +11,11 @@
 #include <string>
 
 #include "global.h"
+#include "nsfdata.h"
 #include "nsfnote.h"
+#include "nsfprofile.h"
+#include "osmem.h"
+#include "textlist.h"
 
 namespace tarnwick::engine {
 
@@ -41,6 +45,28 @@ inline STATUS replaceText(NOTEHANDLE note, const char* name, const std::string& 
 
 // Whether an item name begins with "Notified_" (case-insensitive).
 inline bool isNotifiedItem(const char* name) { return strncasecmp(name, "Notified_", 9) == 0; }
+
+// The owner named by the mail database's "CalendarProfile" field "Owner" (a
+// text, or the first entry of a text list); fallback when it names none.
+inline std::string calendarOwner(DBHANDLE db, const std::string& fallback) {
+  WORD type = 0;
+  BLOCKID value{};
+  DWORD length = 0;
+  if (NSFProfileGetField(db, "CalendarProfile", 15, nullptr, 0, "Owner", 5, &type, &value, &length) != NOERROR) {
+    return fallback;
+  }
+  const char* bytes = OSLockBlock(const char, value);
+  std::string owner = fallback;
+  if (type == TYPE_TEXT && length >= sizeof(WORD)) {
+    owner.assign(bytes + sizeof(WORD), length - sizeof(WORD));
+  } else if (type == TYPE_TEXT_LIST && ListGetNumEntries(bytes, TRUE) > 0) {
+    char* text = nullptr;
+    WORD textLength = 0;
+    if (ListGetText(bytes, TRUE, 0, &text, &textLength) == NOERROR) owner.assign(text, textLength);
+  }
+  OSUnlockObject(value.pool);
+  return owner;
+}
 
 }  // namespace tarnwick::engine
 

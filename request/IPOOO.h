@@ -109,12 +109,41 @@ class IPOOO {
   int SetTaskState(WORD value);
   int SetTaskType(WORD value);
 
-  // Set-flow steps used by the agent mode switches; they belong to the set
-  // flow and the calendar busy-time entries.
+  // --- Set flow: date checks and profile times (engine/SettingsTimes.cpp) ---
+  // Checks the profile's leave and return dates against each other and the
+  // current time; raises IPException from "ValidateSettings" with the message
+  // the user sees. Returns 1 when the dates are acceptable. A period of whole
+  // days gets a bare 00:00 (no date) in "StartTime" (service mode: also in
+  // "EndTime"; agent mode: only while the return day is still ahead).
   int ValidateSettings();
-  int BookBusyTime();
-  int RemoveBusyTime();
-  int ResetDateTime(int which);
+  // Reads "DateFirstDayOut", "DateFirstDayBack", "StartTime" and "EndTime"
+  // of the open profile into the profile* times. 0 when no profile is open;
+  // a missing item raises from "GetUITimes".
+  int GetUITimes();
+  // destination = source moved back to 00:00 local time of its day (the
+  // hundredths kept). source and destination may be the same.
+  void setConstantTime(TIMEDATE* source, TIMEDATE* destination);
+  // Rewrites the profile's date items for a reset code: 9 or 10 sets today
+  // to tomorrow, 11 ends the absence now. 1 when the code is known, else 0.
+  int ResetDateTime(WORD resetCode);
+  static constexpr WORD kResetEndNow = 11;
+
+  // --- Calendar busy-time entry (engine/BusyTime.cpp) ----------------------
+  // Creates the "Out Of Office" calendar entry and names it in the profile's
+  // "CalendarEntryUNID", or moves the entry the profile names already to the
+  // profile's dates. 1 when an entry was written, 0 without a mail database.
+  // Raises from "BookBusyTime" (a stale identifier too).
+  DWORD BookBusyTime();
+  // Turns the entry named by the profile into free time and forgets it. 1
+  // when an entry was released, 0 when the profile names none. Raises from
+  // "RemoveBusyTime".
+  DWORD RemoveBusyTime();
+  // The identifier text "%.8X%.8X%.8X%.8X" (file high, file low, note high,
+  // note low) back to a UNIVERSALNOTEID; digits may be of either case. Words
+  // a shorter text does not reach are 0.
+  static void ConvertStringToUNID(const char* text, UNIVERSALNOTEID* unid);
+  // Hexadecimal text to a 32-bit value; no check for invalid characters.
+  static void ConvertStringToHex(const char* text, unsigned int& value);
 
   // --- State query and reply document (status/) ---------------------------
   STATUS getOOOContent();
@@ -181,6 +210,11 @@ class IPOOO {
   TIMEDATE firstDayBack{};
   TIMEDATE startTime{};
   TIMEDATE endTime{};
+  // The profile's own dates as GetUITimes last read them (GMT).
+  TIMEDATE profileLeaveDate{};
+  TIMEDATE profileReturnDate{};
+  TIMEDATE profileStartTime{};
+  TIMEDATE profileEndTime{};
   int oooEnabled = 0;
   int updateSettings = 0;
   int appendSubjectFlag = 0;

@@ -31,12 +31,12 @@ constexpr char kDefaultDaysOutS[] = "I am out of the office until var_Back.";
 constexpr char kDefaultAppendSubjectDate[] = "(returning var_Back)";
 constexpr char kDefaultResetSubject[] = "var_User is Out Of Office";
 
-// The common name of a distinguished name; the whole name when it does not
-// parse.
+// The common name of a distinguished name (empty when it has none); the
+// whole name when it does not parse.
 std::string commonName(const std::string& name) {
   DN_COMPONENTS parts{};
-  if (DNParse(0, nullptr, name.c_str(), &parts, sizeof parts) != NOERROR || parts.CN == nullptr) return name;
-  return std::string(parts.CN, parts.CNLength);
+  if (DNParse(0, nullptr, name.c_str(), &parts, sizeof parts) != NOERROR) return name;
+  return parts.CN == nullptr ? std::string() : std::string(parts.CN, parts.CNLength);
 }
 
 // A text item's entries as lines.
@@ -74,8 +74,8 @@ STATUS IPOOO::ProcessFormula(const char* formula, std::string& result) {
   WORD compiledLength = 0;
   STATUS compileError = NOERROR;
   WORD line = 0, column = 0, offset = 0, length = 0;
-  STATUS status = NSFFormulaCompile(nullptr, 0, text, static_cast<WORD>(std::strlen(text)), &compiled,
-                                    &compiledLength, &compileError, &line, &column, &offset, &length);
+  STATUS status = NSFFormulaCompile(nullptr, 0, text, static_cast<WORD>(std::strlen(text)), &compiled, &compiledLength,
+                                    &compileError, &line, &column, &offset, &length);
   if (status != NOERROR) return status;
 
   HCOMPUTE compute = NULLHANDLE;
@@ -125,15 +125,17 @@ STATUS IPOOO::getOOOContent() {
     ownerName = Username;
   } else {
     DN_COMPONENTS parts{};
-    ownerName = DNParse(0, nullptr, owner.c_str(), &parts, sizeof parts) == NOERROR && parts.CN != nullptr
-                    ? std::string(parts.CN, parts.CNLength)
-                    : Username;
+    if (DNParse(0, nullptr, owner.c_str(), &parts, sizeof parts) != NOERROR) {
+      ownerName = Username;
+    } else {
+      ownerName = parts.CN == nullptr ? std::string() : std::string(parts.CN, parts.CNLength);
+    }
   }
   translator->TranslatorLMBCSToUTF8(ownerName);
 
   const std::string subject = itemText(hProfile, "GeneralSubject");
   oooSubject = hasItem(hProfile, "GeneralSubject") && !subject.empty() ? asLines(subject)
-                                                                        : commonName(Username) + " is out of the office";
+                                                                       : commonName(Username) + " is out of the office";
   translator->TranslatorLMBCSToUTF8(oooSubject);
 
   oooMessage.clear();
@@ -146,6 +148,7 @@ STATUS IPOOO::getOOOContent() {
     }
   }
   showHoursText = agentMode == 0 ? itemText(hProfile, "ShowHours") : std::string();
+  translator->TranslatorLMBCSToUTF8(showHoursText);
 
   // Dates; whatever cannot be read is now.
   TIMEDATE now{};
@@ -163,7 +166,15 @@ STATUS IPOOO::getOOOContent() {
   };
   updateSettings = itemText(hProfile, "UpdateSettings").rfind('1', 0) == 0 ? 1 : 0;
 
-  // On or off.
+  // On or off. The content is read also from mail databases whose agent
+  // cannot be had; they read as isAgentEnable does without an agent handle.
+  auto agentEnabled = [this] {
+    try {
+      return isAgentEnable(1);
+    } catch (const IPException&) {
+      return 1;
+    }
+  };
   const std::string taskState = itemText(hProfile, "TaskState");
   const char state = taskState.empty() ? '\0' : taskState[0];
   if (taskState.empty()) {
@@ -173,7 +184,7 @@ STATUS IPOOO::getOOOContent() {
       const std::string adminStatus = itemText(hProfile, "AdminP_Status");
       if (strcasecmp(adminStatus.c_str(), "ENABLE") == 0) {
         oooEnabled = 1;
-      } else if (isAgentEnable(1) != 0) {
+      } else if (agentEnabled() != 0) {
         oooEnabled = 1;
       } else {
         oooEnabled = 0;
@@ -189,7 +200,7 @@ STATUS IPOOO::getOOOContent() {
   } else if (state == '0' || state == '3') {
     if (agentMode != 0) {
       const std::string adminStatus = itemText(hProfile, "AdminP_Status");
-      if (strcasecmp(adminStatus.c_str(), "DISABLE") == 0 || isAgentEnable(1) == 0) {
+      if (strcasecmp(adminStatus.c_str(), "DISABLE") == 0 || agentEnabled() == 0) {
         oooEnabled = 0;
         if (adminStatus.rfind('0', 0) == 0) resetDates();
       } else {
@@ -328,8 +339,7 @@ void IPOOO::evaluateTemplate(const TIMEDATE& now) {
   }
 
   // The template computes from texts: give it the sample dates as text.
-  if (deleteAll(hProfile, {"DaysOut", "FirstDayOut", "FirstDayBack", "StartTime", "EndTime", "ShowHours"}) !=
-          NOERROR ||
+  if (deleteAll(hProfile, {"DaysOut", "FirstDayOut", "FirstDayBack", "StartTime", "EndTime", "ShowHours"}) != NOERROR ||
       setText(hProfile, "FirstDayOut", first) != NOERROR || setText(hProfile, "StartTime", first) != NOERROR ||
       setText(hProfile, "FirstDayBack", back) != NOERROR || setText(hProfile, "EndTime", back) != NOERROR ||
       setText(hProfile, "ShowHours", "1") != NOERROR || compute() != NOERROR) {

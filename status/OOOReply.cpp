@@ -3,17 +3,17 @@
 // request file. The attributes are set in a fixed order that front ends
 // rely on; the set flow and the user status query write the same document.
 #include <xercesc/dom/DOM.hpp>
-#include <xercesc/framework/LocalFileFormatTarget.hpp>
 #include <xercesc/util/XMLException.hpp>
 #include <xercesc/util/XMLString.hpp>
 
 #include <cstdio>
-#include <memory>
+#include <cstring>
 #include <string>
 
 #include "intl.h"
 #include "ostime.h"
 #include "request/IPOOO.h"
+#include "status/ReplyDocument.h"
 
 using namespace xercesc;
 
@@ -44,6 +44,14 @@ std::string number(long value) {
   return text;
 }
 
+// The local code page form of a toolkit message.
+std::string transcoded(const XMLCh* message) {
+  char* bytes = XMLString::transcode(message);
+  std::string text = bytes == nullptr ? "" : bytes;
+  XMLString::release(&bytes);
+  return text;
+}
+
 }  // namespace
 
 std::string& IPOOO::getOOO(std::string& replyPath) {
@@ -60,49 +68,48 @@ std::string& IPOOO::getOOOInfo(std::string& replyPath) {
   INTLFORMAT intl{};
   OSGetIntlSettings(&intl, sizeof intl);
   XMLStringTranslate utf8("utf-8");
-  DOMDocument* document = nullptr;
-  DOMLSSerializer* writer = nullptr;
-  DOMLSOutput* output = nullptr;
-  std::unique_ptr<LocalFileFormatTarget> target;
-  auto release = [&] {
-    if (document != nullptr) document->release();
-    if (writer != nullptr) writer->release();
-    if (output != nullptr) output->release();
-    document = nullptr;
-    writer = nullptr;
-    output = nullptr;
-  };
   try {
-    DOMImplementation* implementation = DOMImplementationRegistry::getDOMImplementation(XStr("LS").unicodeForm());
-    writer = static_cast<DOMImplementationLS*>(implementation)->createLSSerializer();
-    output = static_cast<DOMImplementationLS*>(implementation)->createLSOutput();
-    target = std::make_unique<LocalFileFormatTarget>(replyPath.c_str());
-    document = implementation->createDocument(nullptr, XStr("OOOReadObject").unicodeForm(), nullptr);
-    output->setEncoding(XStr("UTF-8").unicodeForm());
-    DOMElement* root = document->getDocumentElement();
-    DOMElement* user = document->createElement(XStr("User").unicodeForm());
+    ReplyDocument reply(replyPath);
+    DOMElement* root = reply.root();
+    DOMElement* user = reply.createUser();
 
     // Texts of the context go through the UTF-8 translator; fixed flags and
-    // numbers are transcoded directly.
+    // numbers are transcoded directly. Each attribute places User under the
+    // root again, which leaves it the root's only child.
     auto text = [&](const char* name, const std::string& value) {
-      user->setAttribute(XStr(name).unicodeForm(), utf8.translate(value.c_str()));
+      reply.setAttribute(user, XStr(name).unicodeForm(), utf8.translate(value.c_str()));
       root->appendChild(user);
     };
     auto plain = [&](const char* name, const std::string& value) {
-      user->setAttribute(XStr(name).unicodeForm(), XStr(value.c_str()).unicodeForm());
+      reply.setAttribute(user, XStr(name).unicodeForm(), XStr(value.c_str()).unicodeForm());
       root->appendChild(user);
     };
     auto flag = [&](const char* name, int on) { plain(name, on != 0 ? "1" : "0"); };
     auto optional = [&](const char* name, const std::string& value) {
       if (!value.empty()) text(name, value);
     };
+    auto textOrEmpty = [&](const char* name, const std::string& value) {
+      if (value.empty()) {
+        plain(name, "");
+      } else {
+        text(name, value);
+      }
+    };
+    auto dateParts = [&](const char* prefix, const TIMEDATE& when) {
+      const LocalParts date = localDate(when);
+      plain((std::string(prefix) + "Year").c_str(), number(date.first));
+      plain((std::string(prefix) + "Month").c_str(), number(date.second));
+      plain((std::string(prefix) + "Day").c_str(), number(date.third));
+    };
+    auto clockParts = [&](const char* prefix, const TIMEDATE& when) {
+      const LocalParts clock = localClock(when);
+      plain((std::string(prefix) + "Hour").c_str(), number(clock.first));
+      plain((std::string(prefix) + "Min").c_str(), number(clock.second));
+      plain((std::string(prefix) + "Sec").c_str(), number(clock.third));
+    };
 
     optional("Subject", oooSubject);
-    if (oooMessage.empty()) {
-      plain("Message", "");
-    } else {
-      text("Message", oooMessage);
-    }
+    textOrEmpty("Message", oooMessage);
     plain("TaskType", agentMode != 0 ? "1" : "2");
     flag("OOOEnable", oooEnabled);
     if (agentMode != 0) {
@@ -113,23 +120,10 @@ std::string& IPOOO::getOOOInfo(std::string& replyPath) {
     flag("ASDEnable", appendSubjectPresent);
     flag("AppendSubject", appendSubjectFlag);
     flag("InternetAddress", excludeInternet);
-
-    const LocalParts startDate = localDate(firstDayOut);
-    plain("StartTimeYear", number(startDate.first));
-    plain("StartTimeMonth", number(startDate.second));
-    plain("StartTimeDay", number(startDate.third));
-    const LocalParts startClock = localClock(startTime);
-    plain("StartTimeHour", number(startClock.first));
-    plain("StartTimeMin", number(startClock.second));
-    plain("StartTimeSec", number(startClock.third));
-    const LocalParts endDate = localDate(firstDayBack);
-    plain("EndTimeYear", number(endDate.first));
-    plain("EndTimeMonth", number(endDate.second));
-    plain("EndTimeDay", number(endDate.third));
-    const LocalParts endClock = localClock(endTime);
-    plain("EndTimeHour", number(endClock.first));
-    plain("EndTimeMin", number(endClock.second));
-    plain("EndTimeSec", number(endClock.third));
+    dateParts("StartTime", firstDayOut);
+    clockParts("StartTime", startTime);
+    dateParts("EndTime", firstDayBack);
+    clockParts("EndTime", endTime);
 
     optional("DaysOut", templateDaysOut);
     optional("DaysOut_S", templateDaysOutS);
@@ -139,16 +133,9 @@ std::string& IPOOO::getOOOInfo(std::string& replyPath) {
     optional("AppendSubjectDateValue", appendSubjectDateValue);
     optional("ResetSubject", templateResetSubject);
 
-    char flags[16];
-    std::snprintf(flags, sizeof flags, "%u", static_cast<unsigned>(intl.Flags));
-    plain("DateFlag", flags);
+    plain("DateFlag", number(intl.Flags));
     auto intlText = [&](const char* name, const char* value, size_t size) {
-      const std::string bounded(value, strnlen(value, size));
-      if (bounded.empty()) {
-        plain(name, "");
-      } else {
-        text(name, bounded);
-      }
+      textOrEmpty(name, std::string(value, strnlen(value, size)));
     };
     intlText("AMString", intl.AMString, sizeof intl.AMString);
     intlText("PMString", intl.PMString, sizeof intl.PMString);
@@ -156,40 +143,22 @@ std::string& IPOOO::getOOOInfo(std::string& replyPath) {
     intlText("TimeString", intl.TimeString, sizeof intl.TimeString);
     text("User_Status", "1");
 
-    user->appendChild(document->createTextNode(
-        ownerName.empty() ? XStr("Unknow").unicodeForm() : utf8.translate(ownerName.c_str())));
+    user->appendChild(reply.document()->createTextNode(ownerName.empty() ? XStr("Unknow").unicodeForm()
+                                                                         : utf8.translate(ownerName.c_str())));
 
     std::string notified;
     for (size_t i = 0; i < notifiedList.size(); ++i) notified += (i == 0 ? "" : ";") + notifiedList[i];
-    if (notified.empty()) {
-      plain("Notified", "");
-    } else {
-      text("Notified", notified);
-    }
+    textOrEmpty("Notified", notified);
     text("BuildVersion", "230");
 
-    output->setByteStream(target.get());
-    writer->write(document, output);
-    release();
-    target->flush();
-    target.reset();
+    reply.write();
   } catch (const IPException&) {
-    release();
     throw;
   } catch (const XMLException& e) {
-    release();
-    char* message = XMLString::transcode(e.getMessage());
-    IPException error("getOOOInfo", message);
-    XMLString::release(&message);
-    throw error;
+    throw IPException("getOOOInfo", transcoded(e.getMessage()).c_str());
   } catch (const DOMException& e) {
-    release();
-    char* message = XMLString::transcode(e.getMessage());
-    IPException error("getOOOInfo", message);
-    XMLString::release(&message);
-    throw error;
+    throw IPException("getOOOInfo", transcoded(e.getMessage()).c_str());
   } catch (...) {
-    release();
     throw IPException("getOOOInfo", "Unexpected Exception\n");
   }
   errorText = "OK";

@@ -59,8 +59,10 @@ class ShippedDesigns : public ::testing::Test {
 
 TEST_F(ShippedDesigns, DirectoryDocumentsAreFoundAndGroupsExpanded) {
   open_template("names.xml", "names.nsf");
-  ASSERT_EQ(compose("Person", {{"FullName", {"CN=Ann Lee/O=Acme"}}, {"ShortName", {"alee"}},
-                               {"InternetAddress", {" Ann.Lee@Acme.com "}}, {"MailServer", {"CN=Srv1/O=Acme"}},
+  ASSERT_EQ(compose("Person", {{"FullName", {"CN=Ann Lee/O=Acme"}},
+                               {"ShortName", {"alee"}},
+                               {"InternetAddress", {" Ann.Lee@Acme.com "}},
+                               {"MailServer", {"CN=Srv1/O=Acme"}},
                                {"MailFile", {"mail\\alee.nsf"}}}),
             NOERROR);
   ASSERT_EQ(compose("Person", {{"FullName", {"CN=Bob Roe/O=Acme"}}, {"MailFile", {"mail\\broe.nsf"}}}), NOERROR);
@@ -128,8 +130,10 @@ TEST_F(ShippedDesigns, OutOfOfficeProfileFormsTellTheirTemplatesApart) {
       EXPECT_NE(text_of(profile, "DaysOut").find("I am out of the office from "), std::string::npos);
     } else {
       EXPECT_NE(with_times, NOERROR);
+      // Texts compute; with hours shown they are quoted as typed.
       NSFItemSetText(profile, "FirstDayOut", "01/02/2026", MAXWORD);
       NSFItemSetText(profile, "FirstDayBack", "01/09/2026", MAXWORD);
+      NSFItemSetText(profile, "ShowHours", "1", MAXWORD);
       EXPECT_EQ(NSFNoteComputeWithForm(profile, NULLHANDLE, 0, nullptr, nullptr), NOERROR);
       EXPECT_NE(text_of(profile, "DaysOut").find("01/09/2026"), std::string::npos) << text_of(profile, "DaysOut");
     }

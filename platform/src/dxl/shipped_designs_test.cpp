@@ -8,13 +8,13 @@
 #include <gtest/gtest.h>
 
 #include "acl.h"
-#include "globerr.h"
 #include "agents.h"
 #include "dxl/dxl_test_support.h"
 #include "dxl/form_design.h"
 #include "dxl/view_design.h"
 #include "fileresource.h"
 #include "formula.h"
+#include "globerr.h"
 #include "nif.h"
 #include "nsfdata.h"
 #include "nsfnote.h"
@@ -274,6 +274,18 @@ TEST_F(ShippedDesignTest, LegacyMailTemplateQuotesTextDates) {
   EXPECT_EQ(evaluate(text_dates, field_formula(*form, "DaysOut")),
             "I am out of the office from 07/01/2024 until 07/15/2024.");
   EXPECT_EQ(evaluate(text_dates, field_formula(*form, "AppendSubjectDate")), "(back on 07/15/2024)");
+  // Without hours shown, stored dates give the days.
+  const Items stored = {{"FirstDayOut", "\"07/01/2024 09:00 AM\""},
+                        {"FirstDayBack", "\"07/15/2024 05:00 PM\""},
+                        {"dateFirstDayOut", "@Date(2024; 7; 2)"},
+                        {"dateFirstDayBack", "@Date(2024; 7; 16)"}};
+  EXPECT_EQ(evaluate(stored, field_formula(*form, "DaysOut")),
+            "I am out of the office from 07/02/2024 until 07/16/2024.");
+  EXPECT_EQ(evaluate(stored, field_formula(*form, "AppendSubjectDate")), "(back on 07/16/2024)");
+  Items shown = stored;
+  shown.emplace_back("ShowHours", "\"1\"");
+  EXPECT_EQ(evaluate(shown, field_formula(*form, "DaysOut")),
+            "I am out of the office from 07/01/2024 09:00 AM until 07/15/2024 05:00 PM.");
   // A time value where this design keeps text fails, which is how the
   // date-typed design is told apart.
   const Items time_dates = {{"FirstDayOut", "@Date(2024; 7; 1)"}, {"FirstDayBack", "@Date(2024; 7; 15)"}};

@@ -46,8 +46,10 @@ bool equals_ignoring_case(std::string_view a, std::string_view b) {
 }
 
 template <size_t N>
+// A text setting present in notes.ini is taken as it stands, also when it is
+// empty (a 24-hour clock has no AM text); only a missing one falls back.
 void copy_text(char (&field)[N], std::string_view name, std::string_view fallback) {
-  const auto value = setting(name);
+  const auto value = get_environment(name);
   const std::string_view text = value ? std::string_view(*value) : fallback;
   const size_t length = std::min(text.size(), N - 1);
   std::memcpy(field, text.data(), length);
