@@ -18,6 +18,7 @@
 #include "addin/server_log.h"
 #include "addin/task_registry.h"
 #include "globerr.h"
+#include "mq/message_queue.h"
 #include "osmisc.h"
 
 using namespace tarnwick::rt;
@@ -155,12 +156,12 @@ class AddInTask {
   }
 
   std::mutex mutex_;
-  pid_t pid_ = ::getpid();                               // guarded by mutex_
-  std::string program_name_;                             // guarded by mutex_
-  std::vector<StatusLine> lines_;                        // guarded by mutex_, in creation order
-  DHANDLE default_line_ = NULLHANDLE;                    // guarded by mutex_
-  DHANDLE next_handle_ = 1;                              // guarded by mutex_
-  ElapsedIntervals intervals_{unix_seconds_now()};      // guarded by mutex_
+  pid_t pid_ = ::getpid();                          // guarded by mutex_
+  std::string program_name_;                        // guarded by mutex_
+  std::vector<StatusLine> lines_;                   // guarded by mutex_, in creation order
+  DHANDLE default_line_ = NULLHANDLE;               // guarded by mutex_
+  DHANDLE next_handle_ = 1;                         // guarded by mutex_
+  ElapsedIntervals intervals_{unix_seconds_now()};  // guarded by mutex_
 };
 
 bool should_terminate() { return g_termination_signalled.load() || quit_requested_for_this_process(); }
@@ -294,6 +295,8 @@ STATUS LNPUBLIC AddInSDKInit(int argc, char** argv) {
       return ERR_NOT_SUPPORTED;
     }
     AddInTask::instance().start(argc > 0 && argv != nullptr ? argv[0] : nullptr);
+    // A task waiting on a queue ends its wait when asked to end.
+    set_wait_interrupt(&should_terminate);
     return NOERROR;
   } catch (...) {
     return ERR_MEMORY;

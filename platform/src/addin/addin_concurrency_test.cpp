@@ -89,6 +89,46 @@ TEST_F(AddInConcurrencyTest, TerminationSignalsEndTheIdleLoop) {
   }
 }
 
+// A task blocked in a long queue wait: the wait ends early, as a timed-out
+// one, when the task is asked to end, and the idle loop then reports the end.
+int waiting_task(const char* name, Signal* started) {
+  char program[] = "waiting";
+  char* argv[] = {program};
+  if (AddInSDKInit(1, argv) != NOERROR) return 1;
+  HMODULE module = NULLHANDLE;
+  DHANDLE line = NULLHANDLE;
+  AddInQueryDefaults(&module, &line);
+  AddInDeleteStatusLine(line);
+  AddInSetDefaults(module, AddInCreateStatusLine(name));
+  MQHANDLE queue = NULLHANDLE;
+  if (MQCreate("MQ$Waiting", 0, 0) != NOERROR || MQOpen("MQ$Waiting", 0, &queue) != NOERROR) return 2;
+  started->ready();
+  const auto begun = std::chrono::steady_clock::now();
+  char buffer[64];
+  WORD length = 0;
+  const STATUS status = MQGet(queue, buffer, sizeof buffer, 0, 60000, &length);
+  const bool cut_short = std::chrono::steady_clock::now() - begun < std::chrono::seconds(30);
+  MQClose(queue, 0);
+  if (status != ERR_MQ_EMPTY) return 3;
+  if (!cut_short) return 4;
+  if (!AddInIdle()) return 5;
+  return AddInSDKTerm(NOERROR) == NOERROR ? 0 : 6;
+}
+
+TEST_F(AddInConcurrencyTest, EndRequestsCutAQueueWaitShort) {
+  Signal signalled;
+  Child first([&] { return waiting_task("Waiter", &signalled); });
+  ASSERT_TRUE(signalled.wait());
+  ::kill(first.pid(), SIGTERM);
+  EXPECT_EQ(first.wait(), 0);
+
+  Signal told;
+  Child second([&] { return waiting_task("Waiter", &told); });
+  ASSERT_TRUE(told.wait());
+  EXPECT_EQ(tarnwick::rt::request_task_quit("Waiter"), 1);
+  EXPECT_EQ(second.wait(), 0);
+}
+
 TEST_F(AddInConcurrencyTest, KilledTaskDisappearsFromTheList) {
   Signal started;
   Child task([&] { return idle_task("Doomed", &started); });
@@ -155,8 +195,7 @@ int generic_main(int argc, char** argv) {
 class AddInProcess {
  public:
   AddInProcess(const std::filesystem::path& output, std::vector<std::string> args)
-      : output_(output),
-        child_([this, args]() mutable {
+      : output_(output), child_([this, args]() mutable {
           int fd = ::open(output_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
           ::dup2(fd, STDOUT_FILENO);
           std::vector<char*> argv;

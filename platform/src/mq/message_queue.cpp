@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -324,7 +325,7 @@ class QueueRegistry {
   }
 
   std::mutex mutex_;
-  pid_t pid_ = ::getpid();                               // guarded by mutex_
+  pid_t pid_ = ::getpid();                             // guarded by mutex_
   std::unordered_map<std::string, Holding> holdings_;  // guarded by mutex_; key: queue folder
 };
 
@@ -446,6 +447,17 @@ MessageQueue::Take MessageQueue::take_first(char* buffer, WORD buffer_length, WO
   }
 }
 
+namespace {
+
+std::atomic<bool (*)()> g_wait_interrupt{nullptr};
+
+// How long a wait sleeps between looks at the termination test.
+constexpr long long kInterruptCheckNanoseconds = 200'000'000;
+
+}  // namespace
+
+void set_wait_interrupt(bool (*termination_requested)()) { g_wait_interrupt.store(termination_requested); }
+
 STATUS MessageQueue::get(char* buffer, WORD buffer_length, long long timeout_ms, WORD* ret_length) {
   using Clock = std::chrono::steady_clock;
   const auto deadline = Clock::now() + std::chrono::milliseconds(timeout_ms > 0 ? timeout_ms : 0);
@@ -471,6 +483,10 @@ STATUS MessageQueue::get(char* buffer, WORD buffer_length, long long timeout_ms,
     if (timeout_ms > 0) {
       left = std::chrono::duration_cast<std::chrono::nanoseconds>(deadline - Clock::now()).count();
       if (left <= 0) return ERR_MQ_EMPTY;
+    }
+    if (bool (*interrupt)() = g_wait_interrupt.load(); interrupt != nullptr) {
+      if (interrupt()) return ERR_MQ_EMPTY;
+      if (left < 0 || left > kInterruptCheckNanoseconds) left = kInterruptCheckNanoseconds;
     }
     watch->wait(left);
   }

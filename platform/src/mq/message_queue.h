@@ -111,6 +111,13 @@ STATUS close_queue(const std::shared_ptr<MessageQueue>& queue);
 // (the admin's "tell <task> quit"). Returns whether it did.
 bool put_quit_by_name(std::string_view name);
 
+// Installed by the add-in layer: whether this process has been asked to end
+// (a termination signal, or a quit request from another process). A get that
+// waits looks at it a few times a second and, once it holds, ends the wait
+// as a timed-out one, so that an idle task sees the request at once rather
+// than after its whole wait. Null (the default) leaves waits uninterrupted.
+void set_wait_interrupt(bool (*termination_requested)());
+
 // A live queue as the admin's "mq list" shows it.
 struct QueueListing {
   std::string name;  // as it was made (names match without case)
