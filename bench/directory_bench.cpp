@@ -41,7 +41,8 @@ std::string person_name(int i) { return "CN=Person " + std::to_string(i) + "/O=A
 class DirectoryFixture {
  public:
   DirectoryFixture() {
-    const std::filesystem::path base = std::filesystem::exists("/dev/shm") ? "/dev/shm" : std::filesystem::temp_directory_path();
+    const std::filesystem::path base =
+        std::filesystem::exists("/dev/shm") ? "/dev/shm" : std::filesystem::temp_directory_path();
     dir_ = base / ("tarnwick-directory-bench-" + std::to_string(::getpid()));
     std::filesystem::create_directories(dir_);
     std::ofstream(dir_ / "notes.ini") << "ServerName=CN=Srv1/O=Acme\n";
@@ -51,7 +52,9 @@ class DirectoryFixture {
     NotesInitExtended(2, argv);
     build();
   }
-  ~DirectoryFixture() {
+  ~DirectoryFixture() { remove(); }
+
+  void remove() {
     NotesTerm();
     std::error_code ignored;
     std::filesystem::remove_all(dir_, ignored);
@@ -143,8 +146,11 @@ class DirectoryFixture {
   int groups_made_ = 0;
 };
 
+// The fixture is kept until the process ends; main removes its folder.
+DirectoryFixture* g_fixture = nullptr;
+
 DirectoryFixture& fixture() {
-  static DirectoryFixture* instance = new DirectoryFixture;  // kept until the process ends
+  static DirectoryFixture* instance = g_fixture = new DirectoryFixture;
   return *instance;
 }
 
@@ -204,4 +210,12 @@ void BM_ExpandGroupOf1000NestedThreeDeep(benchmark::State& state) {
 BENCHMARK(BM_ExpandGroupOf1000NestedThreeDeep)->Unit(benchmark::kMillisecond);
 
 }  // namespace
-BENCHMARK_MAIN();
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  // The directory lives in memory: it must not outlive the run.
+  if (g_fixture != nullptr) g_fixture->remove();
+  return 0;
+}
