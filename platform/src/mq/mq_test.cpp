@@ -1,6 +1,9 @@
 // Message queue semantics within one process: statuses, order, sizes,
 // quota, QUIT state and queue lifetime.
+#include <unistd.h>
+
 #include <chrono>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -10,6 +13,8 @@
 #include "mq.h"
 #include "mq/message_queue.h"
 #include "mq/process_test_support.h"
+#include "mq/shared_state.h"
+#include "testing/temp_data_directory.h"
 
 namespace {
 
@@ -212,6 +217,28 @@ TEST_F(MessageQueueTest, BadHandlesGiveStatusesNotCrashes) {
   MQHANDLE queue = make_queue("MQ$Twice");
   EXPECT_EQ(MQClose(queue, 0), NOERROR);
   EXPECT_EQ(MQClose(queue, 0), ERR_MQ_EMPTY) << "a closed handle is no longer valid";
+}
+
+}  // namespace
+
+namespace {
+
+// The shared folder of a data directory that has been removed goes with the
+// next collection; the folders of live data directories stay.
+TEST(SharedStateTest, FoldersOfRemovedDataDirectoriesAreCollected) {
+  if (::access("/dev/shm", W_OK) != 0) GTEST_SKIP() << "no /dev/shm here";
+  std::filesystem::path orphan;
+  {
+    tarnwick::testing::TempDataDirectory gone;
+    orphan = tarnwick::rt::shared_state_root();
+  }  // the data directory is removed, its shared folder is not
+  ASSERT_TRUE(std::filesystem::exists(orphan));
+  tarnwick::testing::TempDataDirectory live;
+  const std::filesystem::path kept = tarnwick::rt::shared_state_root();
+  EXPECT_GE(tarnwick::rt::collect_orphaned_shared_state(), 1);
+  EXPECT_FALSE(std::filesystem::exists(orphan));
+  EXPECT_TRUE(std::filesystem::exists(kept));
+  EXPECT_EQ(MQCreate("MQ$StillHere", 0, 0), NOERROR);  // the live folder still works
 }
 
 }  // namespace
