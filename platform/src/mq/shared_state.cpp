@@ -38,15 +38,22 @@ std::string read_origin(const fs::path& folder) {
 }  // namespace
 
 fs::path shared_state_root() {
-  // The last data directory asked for and its folder, per thread: a queue
-  // operation asks every time, and the answer changes only with the
-  // data directory.
-  thread_local std::string cached_data;
-  thread_local fs::path cached_root;
+  // The last data directory asked for and its folder: a queue operation asks
+  // every time, and the answer changes only with the data directory. Never
+  // destroyed, so that it still serves while the process ends.
+  struct Cache {
+    std::mutex mutex;
+    std::string data;
+    fs::path root;
+  };
+  static Cache* const cache = new Cache;
   const fs::path configured = data_directory();
   std::error_code ec;
-  if (!cached_root.empty() && configured.string() == cached_data && fs::is_directory(cached_root, ec)) {
-    return cached_root;
+  {
+    std::lock_guard lock(cache->mutex);
+    if (!cache->root.empty() && configured.string() == cache->data && fs::is_directory(cache->root, ec)) {
+      return cache->root;
+    }
   }
   fs::path data = fs::weakly_canonical(configured, ec);
   if (ec) data = configured;
@@ -62,8 +69,9 @@ fs::path shared_state_root() {
     root = data / "run";
     fs::create_directories(root, ec);
   }
-  cached_data = configured.string();
-  cached_root = root;
+  std::lock_guard lock(cache->mutex);
+  cache->data = configured.string();
+  cache->root = root;
   return root;
 }
 
