@@ -31,6 +31,7 @@
 #include "mq.h"
 #include "mq/shared_state.h"
 #include "osenv.h"
+#include "tests/support/processes.h"
 
 extern char** environ;
 
@@ -62,30 +63,8 @@ constexpr Person kPersons[] = {
 };
 constexpr int kPersonCount = static_cast<int>(std::size(kPersons));
 
-std::string readFile(const fs::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
-// Runs a program to its end with stdout and stderr appended to log; its exit
-// code, -1 when it did not run or did not exit.
-int runAndWait(const std::vector<std::string>& args, const fs::path& log) {
-  std::vector<std::string> copy = args;
-  std::vector<char*> argv;
-  for (auto& arg : copy) argv.push_back(arg.data());
-  argv.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-  posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-  pid_t pid = 0;
-  int status = -1;
-  if (posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ) == 0) ::waitpid(pid, &status, 0);
-  posix_spawn_file_actions_destroy(&actions);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
+using tarnwick::testing::readFile;
+using tarnwick::testing::runAndWait;
 
 // The data directory of the whole run, provisioned on first use and removed
 // when the program ends. This process is initialised on its notes.ini.
@@ -236,8 +215,8 @@ class Client {
   bool ask(const Person& person) {
     {
       std::ofstream request(requestFile_, std::ios::binary | std::ios::trunc);
-      request << "<Username MQName='" << replyQueue_ << "' Action='1' MailServer='" << kMailServer
-              << "' MailBox='mail/" << person.shortName << ".nsf'>" << person.canonical << "</Username>";
+      request << "<Username MQName='" << replyQueue_ << "' Action='1' MailServer='" << kMailServer << "' MailBox='mail/"
+              << person.shortName << ".nsf'>" << person.canonical << "</Username>";
       if (!request.flush()) return fail("cannot write " + requestPath_);
     }
     const auto start = Clock::now();

@@ -27,6 +27,7 @@
 #include "osenv.h"
 #include "ostime.h"
 #include "request/IPOOO.h"
+#include "tests/task/mail_database_fixture.h"
 
 extern char** environ;
 
@@ -34,32 +35,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char kJane[] = "CN=Jane Doe/O=Acme";
-constexpr char kMail1[] = "CN=Mail1/O=Acme";
-constexpr char kJaneMail[] = "mail/jdoe.nsf";
-
-int spawnAndWait(const std::vector<std::string>& args, const fs::path& log) {
-  std::vector<std::string> copy = args;
-  std::vector<char*> argv;
-  for (auto& arg : copy) argv.push_back(arg.data());
-  argv.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-  posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-  pid_t pid = 0;
-  int status = -1;
-  if (posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ) == 0) waitpid(pid, &status, 0);
-  posix_spawn_file_actions_destroy(&actions);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-std::string readFile(const fs::path& file) {
-  std::ifstream in(file);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
+using tarnwick::testing::kJane;
+using tarnwick::testing::kJaneMail;
 
 TIMEDATE now() {
   TIMEDATE value{};
@@ -134,38 +111,14 @@ std::string raised(Operation operation) {
   return "";
 }
 
-class BusyTime : public ::testing::Test {
+class BusyTime : public tarnwick::testing::MailDatabaseTest {
  protected:
   void SetUp() override {
-    root_ = fs::temp_directory_path() / ("tarnwick_busy_" + std::to_string(::getpid()) + "_" +
-                                         ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::remove_all(root_);
-    fs::create_directories(root_);
-    admin({TARNWICK_ADMIN_BINARY, "init", data().string(), "--server", "Mail1/Acme", "--cluster", "AcmeCluster"});
-    std::string ini = "=" + (data() / "notes.ini").string();
-    char* argv[] = {const_cast<char*>("test"), ini.data()};
-    ASSERT_EQ(NotesInitExtended(2, argv), NOERROR);
-    admin({TARNWICK_ADMIN_BINARY, "--data", data().string(), "person", "add", "Jane Doe/Acme", "--create-mailfile",
-           "--mode", "agent"});
+    MailDatabaseTest::SetUp();
+    addJane("agent");
   }
 
-  void TearDown() override { fs::remove_all(root_); }
-
-  fs::path data() const { return root_ / "data"; }
-
-  void admin(const std::vector<std::string>& args) {
-    const fs::path log = root_ / "admin.log";
-    fs::remove(log);
-    ASSERT_EQ(spawnAndWait(args, log), 0) << readFile(log);
-  }
-
-  // Opens Jane's mail database and profiles in context.
-  static void open(IPOOO& context) {
-    context.Username = kJane;
-    context.MailServer = kMail1;
-    context.MailBox = kJaneMail;
-    ASSERT_EQ(context.getOOOProfile(1), NOERROR);
-  }
+  static void open(IPOOO& context) { openJane(context); }
 
   // Puts a period into the open profile as the set flow leaves it.
   static void setPeriod(IPOOO& context, const TIMEDATE& leave, const TIMEDATE& back) {
@@ -173,19 +126,6 @@ class BusyTime : public ::testing::Test {
     ASSERT_EQ(NSFItemSetTime(context.hProfile, "StartTime", &leave), NOERROR);
     ASSERT_EQ(NSFItemSetTime(context.hProfile, "dateFirstDayBack", &back), NOERROR);
     ASSERT_EQ(NSFItemSetTime(context.hProfile, "EndTime", &back), NOERROR);
-  }
-
-  // Runs edit on a stored profile of Jane's mail database and saves it.
-  template <typename Edit>
-  void editProfile(const char* profile, Edit edit) {
-    DBHANDLE db = NULLHANDLE;
-    ASSERT_EQ(NSFDbOpen(kJaneMail, &db), NOERROR);
-    NOTEHANDLE note = NULLHANDLE;
-    ASSERT_EQ(NSFProfileOpen(db, profile, static_cast<WORD>(std::strlen(profile)), nullptr, 0, TRUE, &note), NOERROR);
-    edit(note);
-    EXPECT_EQ(NSFNoteUpdate(note, 0), NOERROR);
-    NSFNoteClose(note);
-    NSFDbClose(db);
   }
 
   // Identifier texts of the stored documents made from the "Appointment"
@@ -229,8 +169,6 @@ class BusyTime : public ::testing::Test {
     NSFNoteClose(note);
     NSFDbClose(db);
   }
-
-  fs::path root_;
 };
 
 TEST_F(BusyTime, AgentModeRejectsPeriodsThatAreNotWholeFutureDays) {
@@ -430,11 +368,7 @@ TEST_F(BusyTime, IdentifierTextsConvertInEitherCase) {
 
 TEST_F(BusyTime, BookingCreatesOneEntryAndMovesItAfterwards) {
   // The calendar owner: the first of two names.
-  editProfile("CalendarProfile", [](NOTEHANDLE note) {
-    NSFItemDelete(note, "Owner", 5);
-    ASSERT_EQ(NSFItemCreateTextList(note, "Owner", "CN=Joe Roe/O=Acme", 17), NOERROR);
-    ASSERT_EQ(NSFItemAppendTextList(note, "Owner", kJane, static_cast<WORD>(std::strlen(kJane)), TRUE), NOERROR);
-  });
+  editProfile([](NOTEHANDLE note) { setList(note, "Owner", {"CN=Joe Roe/O=Acme", kJane}); }, "CalendarProfile");
   IPOOO withoutDatabase;
   EXPECT_EQ(withoutDatabase.BookBusyTime(), 0u);
 

@@ -36,6 +36,7 @@
 #include "osmem.h"
 #include "ostime.h"
 #include "request/IPOOO.h"
+#include "tests/task/mail_database_fixture.h"
 
 #include <nlohmann/json.hpp>
 
@@ -46,33 +47,10 @@ namespace {
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
-constexpr char kJane[] = "CN=Jane Doe/O=Acme";
-constexpr char kMail1[] = "CN=Mail1/O=Acme";
-constexpr char kJaneMail[] = "mail/jdoe.nsf";
-
-// Runs a program to its end with stdout and stderr appended to log.
-int spawnAndWait(const std::vector<std::string>& args, const fs::path& log) {
-  std::vector<std::string> copy = args;
-  std::vector<char*> argv;
-  for (auto& arg : copy) argv.push_back(arg.data());
-  argv.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-  posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-  pid_t pid = 0;
-  int status = -1;
-  if (posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ) == 0) waitpid(pid, &status, 0);
-  posix_spawn_file_actions_destroy(&actions);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-std::string readFile(const fs::path& file) {
-  std::ifstream in(file);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
+using tarnwick::testing::kJane;
+using tarnwick::testing::kJaneMail;
+using tarnwick::testing::kMail1;
+using tarnwick::testing::readFile;
 
 // The reply document as attribute names in written order, their values
 // (entities resolved) and the User element's text.
@@ -129,71 +107,15 @@ std::vector<std::string> localDate(TIMEDATE when) {
   return {std::to_string(t.year), std::to_string(t.month), std::to_string(t.day)};
 }
 
-class OOOQuery : public ::testing::Test {
+class OOOQuery : public tarnwick::testing::MailDatabaseTest {
  protected:
-  void SetUp() override {
-    root_ = fs::temp_directory_path() / ("tarnwick_query_" + std::to_string(::getpid()) + "_" +
-                                         ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::remove_all(root_);
-    fs::create_directories(root_);
-    admin({"init", data().string(), "--server", "Mail1/Acme", "--cluster", "AcmeCluster"});
-    std::string ini = "=" + (data() / "notes.ini").string();
-    char* argv[] = {const_cast<char*>("test"), ini.data()};
-    ASSERT_EQ(NotesInitExtended(2, argv), NOERROR);
-  }
-
   void TearDown() override {
     if (pid_ > 0) {
       ::kill(pid_, SIGKILL);
       ::waitpid(pid_, nullptr, 0);
     }
     for (MQHANDLE queue : queues_) MQClose(queue, 0);
-    fs::remove_all(root_);
-  }
-
-  fs::path data() const { return root_ / "data"; }
-
-  // Runs tarnwick-admin on the test's data directory (or dataDir) and
-  // returns what it printed; a failing command fails the test.
-  std::string admin(std::vector<std::string> args, const fs::path& dataDir = {}) {
-    if (!dataDir.empty())
-      args.insert(args.begin(), {"--data", dataDir.string()});
-    else if (args[0] != "init")
-      args.insert(args.begin(), {"--data", data().string()});
-    args.insert(args.begin(), TARNWICK_ADMIN_BINARY);
-    const fs::path log = root_ / "admin.log";
-    fs::remove(log);
-    const int code = spawnAndWait(args, log);
-    EXPECT_EQ(code, 0) << readFile(log);
-    return readFile(log);
-  }
-
-  void addJane(const char* mode) { admin({"person", "add", "Jane Doe/Acme", "--create-mailfile", "--mode", mode}); }
-
-  // Runs fn on the stored "OutOfOfficeProfile" (or another profile) of a
-  // mail database and saves it.
-  template <typename Edit>
-  void editProfile(Edit edit, const char* profile = "OutOfOfficeProfile", const char* path = kJaneMail) {
-    DBHANDLE db = NULLHANDLE;
-    ASSERT_EQ(NSFDbOpen(path, &db), NOERROR);
-    NOTEHANDLE note = NULLHANDLE;
-    ASSERT_EQ(NSFProfileOpen(db, profile, static_cast<WORD>(std::strlen(profile)), nullptr, 0, TRUE, &note), NOERROR);
-    edit(note);
-    ASSERT_EQ(NSFNoteUpdate(note, 0), NOERROR);
-    NSFNoteClose(note);
-    NSFDbClose(db);
-  }
-
-  static void setText(NOTEHANDLE note, const char* name, const std::string& value) {
-    ASSERT_EQ(NSFItemSetText(note, name, value.c_str(), static_cast<WORD>(value.size())), NOERROR);
-  }
-  static void setList(NOTEHANDLE note, const char* name, const std::vector<std::string>& entries) {
-    NSFItemDelete(note, name, static_cast<WORD>(std::strlen(name)));
-    ASSERT_EQ(NSFItemCreateTextList(note, name, entries[0].c_str(), static_cast<WORD>(entries[0].size())), NOERROR);
-    for (size_t i = 1; i < entries.size(); ++i) {
-      ASSERT_EQ(NSFItemAppendTextList(note, name, entries[i].c_str(), static_cast<WORD>(entries[i].size()), TRUE),
-                NOERROR);
-    }
+    MailDatabaseTest::TearDown();
   }
 
   // Starts the real task on the test's data directory with a worker pool
@@ -245,7 +167,6 @@ class OOOQuery : public ::testing::Test {
     return parseReply(readFile(path));
   }
 
-  fs::path root_;
   pid_t pid_ = -1;
   std::vector<MQHANDLE> queues_;
 };

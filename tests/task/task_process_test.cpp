@@ -1,9 +1,9 @@
 // The tarnwick process end to end: a real task on a temporary data
 // directory, driven through the real queues from this process.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
-#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -49,9 +49,8 @@ std::string statusText(STATUS status) {
 class TaskProcessConcurrency : public ::testing::Test {
  protected:
   void SetUp() override {
-    dir_ = std::filesystem::temp_directory_path() /
-           ("tarnwick_task_" + std::to_string(::getpid()) + "_" +
-            ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    dir_ = std::filesystem::temp_directory_path() / ("tarnwick_task_" + std::to_string(::getpid()) + "_" +
+                                                     ::testing::UnitTest::GetInstance()->current_test_info()->name());
     std::filesystem::remove_all(dir_);
     std::filesystem::create_directories(dir_);
     writeIni("");
@@ -196,8 +195,9 @@ TEST_F(TaskProcessConcurrency, StartsServesAndStops) {
   // A request whose document fails is answered with the failure's text; one
   // without a reply queue, or naming no file, gets nothing.
   MQHANDLE replies = makeQueue("MQ$OOOServletList_0");
-  submit(requests, writeRequest("r1.xml", "<Username MQName='MQ$OOOServletList_0' Action='1' "
-                                          "StartTimeMonth='13'>Jane Doe/Org</Username>"));
+  submit(requests, writeRequest("r1.xml",
+                                "<Username MQName='MQ$OOOServletList_0' Action='1' "
+                                "StartTimeMonth='13'>Jane Doe/Org</Username>"));
   EXPECT_EQ(nextReply(replies), "receiveElements:The leaving date is invalid..");
   submit(requests, writeRequest("r2.xml", "<Username StartTimeMonth='13'>Jane</Username>"));
   submit(requests, (dir_ / "missing.xml").string());
