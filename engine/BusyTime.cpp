@@ -52,11 +52,20 @@ STATUS replaceTime(NOTEHANDLE note, const char* name, const TIMEDATE& value) {
   return status;
 }
 
+// The entry's start and end items, dates and date-times alike.
+STATUS replacePeriod(NOTEHANDLE note, const TIMEDATE& leave, const TIMEDATE& back) {
+  STATUS status = replaceTime(note, "StartDate", leave);
+  if (status == NOERROR) status = replaceTime(note, "StartDateTime", leave);
+  if (status == NOERROR) status = replaceTime(note, "EndDate", back);
+  if (status == NOERROR) status = replaceTime(note, "EndDateTime", back);
+  return status;
+}
+
 // The identifier text of a note: file high, file low, note high, note low.
 std::string identifierText(const UNIVERSALNOTEID& unid) {
   char text[33] = {0};
-  std::snprintf(text, sizeof text, "%.8X%.8X%.8X%.8X", unid.File.Innards[1], unid.File.Innards[0],
-                unid.Note.Innards[1], unid.Note.Innards[0]);
+  std::snprintf(text, sizeof text, "%.8X%.8X%.8X%.8X", unid.File.Innards[1], unid.File.Innards[0], unid.Note.Innards[1],
+                unid.Note.Innards[0]);
   return text;
 }
 
@@ -143,10 +152,7 @@ DWORD IPOOO::BookBusyTime() {
   if (status != NOERROR) throw IPException("BookBusyTime", getErrorMsg(status).c_str());
   const NOTEHANDLE note = entry.handle;
   GetUITimes();
-  status = replaceTime(note, "StartDate", profileLeaveDate);
-  if (status == NOERROR) status = replaceTime(note, "StartDateTime", profileLeaveDate);
-  if (status == NOERROR) status = replaceTime(note, "EndDate", profileReturnDate);
-  if (status == NOERROR) status = replaceTime(note, "EndDateTime", profileReturnDate);
+  status = replacePeriod(note, profileLeaveDate, profileReturnDate);
   if (status == NOERROR) status = deleteIfPresent(note, "$BusyPriority");
   const bool busy = itemText(hProfile, "BookBusyTime", 256).rfind('1', 0) == 0;
   if (status == NOERROR) status = replaceText(note, "$BusyPriority", busy ? "1" : "2");
@@ -166,10 +172,7 @@ DWORD IPOOO::RemoveBusyTime() {
   if (status != NOERROR) throw IPException("RemoveBusyTime", getErrorMsg(status).c_str());
   const NOTEHANDLE note = entry.handle;
   GetUITimes();
-  status = replaceTime(note, "StartDate", profileLeaveDate);
-  if (status == NOERROR) status = replaceTime(note, "StartDateTime", profileLeaveDate);
-  if (status == NOERROR) status = replaceTime(note, "EndDate", profileReturnDate);
-  if (status == NOERROR) status = replaceTime(note, "EndDateTime", profileReturnDate);
+  status = replacePeriod(note, profileLeaveDate, profileReturnDate);
   if (status == NOERROR) status = replaceText(note, "$BusyPriority", "2");
   if (status == NOERROR) status = replaceText(note, "BookFreeTime", "1");
   if (status == NOERROR) status = NSFNoteUpdate(note, 0);

@@ -18,6 +18,7 @@
 #include "ostime.h"
 #include "request/IPOOO.h"
 #include "status/ReplyDocument.h"
+#include "tests/support/reply_attributes.h"
 
 namespace {
 
@@ -137,25 +138,7 @@ class OOOReplyTest : public ::testing::Test {
 TEST_F(OOOReplyTest, AttributesComeInTheirOrderAndTextsSurviveTheParser) {
   ASSERT_EQ(context_.getOOOInfo(path_), "OK");
   const ParsedUser user = parse();
-  const std::vector<std::string> order = {"Subject",           "Message",
-                                          "TaskType",          "OOOEnable",
-                                          "ShowHours",         "ASDEnable",
-                                          "AppendSubject",     "InternetAddress",
-                                          "StartTimeYear",     "StartTimeMonth",
-                                          "StartTimeDay",      "StartTimeHour",
-                                          "StartTimeMin",      "StartTimeSec",
-                                          "EndTimeYear",       "EndTimeMonth",
-                                          "EndTimeDay",        "EndTimeHour",
-                                          "EndTimeMin",        "EndTimeSec",
-                                          "DaysOut",           "DaysOut_S",
-                                          "DaysOut_V",         "DaysOutValue",
-                                          "AppendSubjectDate", "AppendSubjectDateValue",
-                                          "ResetSubject",      "DateFlag",
-                                          "AMString",          "PMString",
-                                          "DateString",        "TimeString",
-                                          "User_Status",       "Notified",
-                                          "BuildVersion"};
-  EXPECT_EQ(user.names, order);
+  EXPECT_EQ(user.names, tarnwick::testing::kReplyAttributes);
   EXPECT_EQ(user.value("Subject"), "Away\nback Monday");
   EXPECT_EQ(user.value("Message"), "Dear <all> & \"friends\",\n\tsee you");
   EXPECT_EQ(user.value("TaskType"), "2");

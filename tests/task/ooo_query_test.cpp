@@ -36,6 +36,7 @@
 #include "osmem.h"
 #include "ostime.h"
 #include "request/IPOOO.h"
+#include "tests/support/reply_attributes.h"
 #include "tests/task/mail_database_fixture.h"
 
 #include <nlohmann/json.hpp>
@@ -97,6 +98,14 @@ Reply parseReply(const std::string& xml) {
   const size_t userEnd = xml.find("</User>", close);
   if (userEnd != std::string::npos) reply.user = unescape(xml.substr(close + 1, userEnd - close - 1));
   return reply;
+}
+
+// Now moved by whole days.
+TIMEDATE daysFromNow(int days) {
+  TIMEDATE when{};
+  OSCurrentTIMEDATE(&when);
+  TimeDateAdjust(&when, 0, 0, 0, days, 0, 0);
+  return when;
 }
 
 // Local date of a time as {year, month, day}.
@@ -171,25 +180,7 @@ class OOOQuery : public tarnwick::testing::MailDatabaseTest {
   std::vector<MQHANDLE> queues_;
 };
 
-// The 35 attributes of a reply where every optional one is present.
-const std::vector<std::string> kAllAttributes = {"Subject",           "Message",
-                                                 "TaskType",          "OOOEnable",
-                                                 "ShowHours",         "ASDEnable",
-                                                 "AppendSubject",     "InternetAddress",
-                                                 "StartTimeYear",     "StartTimeMonth",
-                                                 "StartTimeDay",      "StartTimeHour",
-                                                 "StartTimeMin",      "StartTimeSec",
-                                                 "EndTimeYear",       "EndTimeMonth",
-                                                 "EndTimeDay",        "EndTimeHour",
-                                                 "EndTimeMin",        "EndTimeSec",
-                                                 "DaysOut",           "DaysOut_S",
-                                                 "DaysOut_V",         "DaysOutValue",
-                                                 "AppendSubjectDate", "AppendSubjectDateValue",
-                                                 "ResetSubject",      "DateFlag",
-                                                 "AMString",          "PMString",
-                                                 "DateString",        "TimeString",
-                                                 "User_Status",       "Notified",
-                                                 "BuildVersion"};
+using tarnwick::testing::kReplyAttributes;
 
 // The attribute names expected, in their written order, when the listed
 // optional ones are left out.
@@ -200,11 +191,8 @@ std::vector<std::string> without(std::vector<std::string> names, const std::vect
 
 TEST_F(OOOQuery, AgentModeReplyHasEveryAttribute) {
   addJane("agent");
-  TIMEDATE out{}, back{};
-  OSCurrentTIMEDATE(&out);
-  TimeDateAdjust(&out, 0, 0, 0, 3, 0, 0);
-  back = out;
-  TimeDateAdjust(&back, 0, 0, 0, 7, 0, 0);
+  const TIMEDATE out = daysFromNow(3);
+  const TIMEDATE back = daysFromNow(10);
   editProfile([&](NOTEHANDLE p) {
     setText(p, "GeneralSubject", "Away");
     setText(p, "GeneralMessage", "On leave");
@@ -221,7 +209,7 @@ TEST_F(OOOQuery, AgentModeReplyHasEveryAttribute) {
   const Reply reply = query();
   // The template computes AppendSubjectDate from the dates: the date-typed
   // branch leaves it empty, so it is the one optional attribute left out.
-  EXPECT_EQ(reply.order, without(kAllAttributes, {"AppendSubjectDate"}));
+  EXPECT_EQ(reply.order, without(kReplyAttributes, {"AppendSubjectDate"}));
   EXPECT_EQ(reply["Subject"], "Away");
   EXPECT_EQ(reply["Message"], "On leave");
   EXPECT_EQ(reply["TaskType"], "1");
@@ -260,9 +248,7 @@ TEST_F(OOOQuery, AgentModeReplyHasEveryAttribute) {
 
 TEST_F(OOOQuery, ServiceModeReportsShowHoursAndTheOnState) {
   addJane("service");
-  TIMEDATE back{};
-  OSCurrentTIMEDATE(&back);
-  TimeDateAdjust(&back, 0, 0, 0, 2, 0, 0);
+  const TIMEDATE back = daysFromNow(2);
   editProfile([&](NOTEHANDLE p) {
     setText(p, "TaskState", "1");
     setText(p, "ShowHours", "1");
@@ -274,9 +260,7 @@ TEST_F(OOOQuery, ServiceModeReportsShowHoursAndTheOnState) {
   EXPECT_EQ(reply["OOOEnable"], "1");
 
   // A return date in the past switches the reported state off.
-  TIMEDATE past{};
-  OSCurrentTIMEDATE(&past);
-  TimeDateAdjust(&past, 0, 0, 0, -2, 0, 0);
+  const TIMEDATE past = daysFromNow(-2);
   editProfile([&](NOTEHANDLE p) { ASSERT_EQ(NSFItemSetTime(p, "dateFirstDayBack", &past), NOERROR); });
   reply = query();
   EXPECT_EQ(reply["OOOEnable"], "0");
@@ -341,12 +325,9 @@ TEST_F(OOOQuery, AMailDatabaseWithoutItsAgentStillAnswers) {
 
 TEST_F(OOOQuery, StaleDatesAreReportedAsTodayAndTomorrow) {
   addJane("service");
-  TIMEDATE now{}, longAgo{}, future{};
-  OSCurrentTIMEDATE(&now);
-  longAgo = now;
-  TimeDateAdjust(&longAgo, 0, 0, 0, -20, 0, 0);
-  future = now;
-  TimeDateAdjust(&future, 0, 0, 0, 20, 0, 0);
+  const TIMEDATE now = daysFromNow(0);
+  const TIMEDATE longAgo = daysFromNow(-20);
+  const TIMEDATE future = daysFromNow(20);
   // UpdateSettings "1" keeps the off state's own reset out of the way.
   auto dates = [&](const TIMEDATE& out, const TIMEDATE& back) {
     editProfile([&](NOTEHANDLE p) {
@@ -390,11 +371,8 @@ TEST_F(OOOQuery, TextTypedTemplateIsComputedWithTextDates) {
   ASSERT_EQ(TarnwickTemplateFromDXL(design.c_str(), "mail7.ntf", nullptr, nullptr), NOERROR);
   admin({"person", "add", "Jane Doe/Acme"});
   admin({"mailfile", "create", kJaneMail, "--owner", "Jane Doe/Acme", "--template", "mail7.ntf", "--mode", "agent"});
-  TIMEDATE out{}, back{};
-  OSCurrentTIMEDATE(&out);
-  TimeDateAdjust(&out, 0, 0, 0, 3, 0, 0);
-  back = out;
-  TimeDateAdjust(&back, 0, 0, 0, 4, 0, 0);
+  const TIMEDATE out = daysFromNow(3);
+  const TIMEDATE back = daysFromNow(7);
   editProfile([&](NOTEHANDLE p) {
     ASSERT_EQ(NSFItemSetTime(p, "dateFirstDayOut", &out), NOERROR);
     ASSERT_EQ(NSFItemSetTime(p, "dateFirstDayBack", &back), NOERROR);
@@ -733,7 +711,7 @@ TEST_F(OOOQuery, TaskProcessAnswersQueriesConcurrency) {
   const auto [ok, document] = ask("q1.xml", kJaneMail);
   EXPECT_EQ(ok, "OK");
   const Reply reply = parseReply(document);
-  EXPECT_EQ(reply.order, without(kAllAttributes, {"DaysOutValue", "AppendSubjectDate", "AppendSubjectDateValue"}));
+  EXPECT_EQ(reply.order, without(kReplyAttributes, {"DaysOutValue", "AppendSubjectDate", "AppendSubjectDateValue"}));
   EXPECT_EQ(reply["Subject"], "Jane Doe is out of the office");
   EXPECT_EQ(reply["TaskType"], "1");
   EXPECT_EQ(reply.user, "Jane Doe");
