@@ -411,10 +411,7 @@ TEST_F(OOOQuery, OnAndOffStatesInAgentMode) {
   EXPECT_EQ(state("x", ""), "0");       // unknown first character: stays off
   EXPECT_EQ(state("", "ENABLE"), "0");  // empty TaskState is off
   IPOOO context;
-  context.Username = kJane;
-  context.MailServer = kMail1;
-  context.MailBox = kJaneMail;
-  ASSERT_EQ(context.getOOOProfile(1), NOERROR);
+  openJane(context);
   ASSERT_EQ(context.setAgentEnable(1), 1);
   context.reset(0);
   EXPECT_EQ(state("1", ""), "1");        // the enabled agent says on
@@ -571,10 +568,7 @@ TEST_F(OOOQuery, EnablingUpgradesAnOldScheduleRecordAndLeavesAShortOneAlone) {
   addJane("agent");
   auto enable = [&] {
     IPOOO context;
-    context.Username = kJane;
-    context.MailServer = kMail1;
-    context.MailBox = kJaneMail;
-    ASSERT_EQ(context.getOOOProfile(1), NOERROR);
+    openJane(context);
     EXPECT_EQ(context.setAgentEnable(1), 1);
   };
   // A version 1 record comes back as version 2, the rest unchanged.
@@ -595,10 +589,7 @@ TEST_F(OOOQuery, EnablingUpgradesAnOldScheduleRecordAndLeavesAShortOneAlone) {
 TEST_F(OOOQuery, AgentSwitchesChangeTheAgentNoteAndProfile) {
   addJane("agent");
   IPOOO context;
-  context.Username = kJane;
-  context.MailServer = kMail1;
-  context.MailBox = kJaneMail;
-  ASSERT_EQ(context.getOOOProfile(1), NOERROR);
+  openJane(context);
   EXPECT_EQ(context.isAgentEnable(0), 0);
   EXPECT_EQ(context.IsServiceEnabled(), 0u);
 

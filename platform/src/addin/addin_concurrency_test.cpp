@@ -41,16 +41,22 @@ std::vector<TaskStatusLine> lines_of(pid_t pid) {
   return lines;
 }
 
-// A task that shows a status line and idles until told to end.
-int idle_task(const char* name, Signal* started) {
-  char program[] = "idle";
+// Starts this process as an add-in task whose status line carries name.
+bool start_task(const char* name) {
+  char program[] = "task";
   char* argv[] = {program};
-  if (AddInSDKInit(1, argv) != NOERROR) return 1;
+  if (AddInSDKInit(1, argv) != NOERROR) return false;
   HMODULE module = NULLHANDLE;
   DHANDLE line = NULLHANDLE;
   AddInQueryDefaults(&module, &line);
   AddInDeleteStatusLine(line);
   AddInSetDefaults(module, AddInCreateStatusLine(name));
+  return true;
+}
+
+// A task that shows a status line and idles until told to end.
+int idle_task(const char* name, Signal* started) {
+  if (!start_task(name)) return 1;
   AddInSetStatusText("Idle");
   started->ready();
   auto give_up = std::chrono::steady_clock::now() + std::chrono::seconds(30);
@@ -92,14 +98,7 @@ TEST_F(AddInConcurrencyTest, TerminationSignalsEndTheIdleLoop) {
 // A task blocked in a long queue wait: the wait ends early, as a timed-out
 // one, when the task is asked to end, and the idle loop then reports the end.
 int waiting_task(const char* name, Signal* started) {
-  char program[] = "waiting";
-  char* argv[] = {program};
-  if (AddInSDKInit(1, argv) != NOERROR) return 1;
-  HMODULE module = NULLHANDLE;
-  DHANDLE line = NULLHANDLE;
-  AddInQueryDefaults(&module, &line);
-  AddInDeleteStatusLine(line);
-  AddInSetDefaults(module, AddInCreateStatusLine(name));
+  if (!start_task(name)) return 1;
   MQHANDLE queue = NULLHANDLE;
   if (MQCreate("MQ$Waiting", 0, 0) != NOERROR || MQOpen("MQ$Waiting", 0, &queue) != NOERROR) return 2;
   started->ready();
