@@ -419,6 +419,31 @@ TEST_F(OOOQuery, OnAndOffStatesInAgentMode) {
   EXPECT_EQ(state("3", "disable"), "0");
 }
 
+TEST_F(OOOQuery, FormulasOnTheProfileGiveTheirLastTextEntry) {
+  addJane("agent");
+  std::string result = "unchanged";
+  IPOOO closed;
+  EXPECT_EQ(closed.ProcessFormula("\"a\"", result), NOERROR);  // no profile: nothing to evaluate
+  EXPECT_EQ(result, "unchanged");
+
+  IPOOO context;
+  openJane(context);
+  EXPECT_EQ(context.ProcessFormula("\"first\" : \"last\"", result), NOERROR);
+  EXPECT_EQ(result, "last");
+  EXPECT_EQ(context.ProcessFormula("1 + 2", result), NOERROR);  // a number leaves the text alone
+  EXPECT_EQ(result, "last");
+  EXPECT_NE(context.ProcessFormula("@Text(", result), NOERROR);  // does not compile
+  EXPECT_EQ(result, "last");
+  ASSERT_EQ(NSFItemSetText(context.hProfile, "Owner", "Ann", 3), NOERROR);
+  EXPECT_EQ(context.ProcessFormula("Owner + \" Lee\"", result), NOERROR);  // against the profile's items
+  EXPECT_EQ(result, "Ann Lee");
+
+  // The content's own status is that of walking the service profile, which
+  // ends on a failing call.
+  context.getOOOType();
+  EXPECT_NE(context.getOOOContent(), NOERROR);
+}
+
 TEST_F(OOOQuery, ModeRulesFollowOOOUseOOOAPI) {
   // A database enabled for the service whose profile says agent mode: the
   // service interface and the TaskType rule disagree.
