@@ -182,9 +182,7 @@ STATUS IPOOO::getOOOContent() {
   } else if (state == '1' || state == '2') {
     if (agentMode != 0) {
       const std::string adminStatus = itemText(hProfile, "AdminP_Status");
-      if (strcasecmp(adminStatus.c_str(), "ENABLE") == 0) {
-        oooEnabled = 1;
-      } else if (agentEnabled() != 0) {
+      if (strcasecmp(adminStatus.c_str(), "ENABLE") == 0 || agentEnabled() != 0) {
         oooEnabled = 1;
       } else {
         oooEnabled = 0;
@@ -277,7 +275,8 @@ STATUS IPOOO::getOOOContent() {
         for (const std::string& entry : entries) {
           if (entry.empty()) continue;
           char abbreviated[MAXUSERNAME] = {0};
-          result = DNAbbreviate(0, nullptr, entry.c_str(), abbreviated, sizeof abbreviated, nullptr);
+          // The walk's next call, not this one, gives the result here.
+          DNAbbreviate(0, nullptr, entry.c_str(), abbreviated, sizeof abbreviated, nullptr);
           std::string text = abbreviated;
           translator->TranslatorLMBCSToUTF8(text);
           bool known = false;
