@@ -534,58 +534,58 @@ TEST_F(OOOQuery, FailOverPassesOverServersNamedLikeTheFirstCharactersOfTheMailSe
   EXPECT_EQ(context.MailServer, "CN=Mail2/O=Acme");
 }
 
-// The stored agent note's text item.
-std::string agentItem(const char* name) {
-  DBHANDLE db = NULLHANDLE;
-  EXPECT_EQ(NSFDbOpen(kJaneMail, &db), NOERROR);
-  NOTEID id = 0;
-  EXPECT_EQ(NIFFindDesignNote(db, "OutOfOffice", NOTE_CLASS_FILTER, &id), NOERROR);
-  NOTEHANDLE note = NULLHANDLE;
-  EXPECT_EQ(NSFNoteOpen(db, id, 0, &note), NOERROR);
-  char text[256] = {0};
-  std::string value = NSFItemIsPresent(note, name, static_cast<WORD>(std::strlen(name)))
-                          ? std::string(text, NSFItemGetText(note, name, text, sizeof text))
-                          : "<missing>";
-  NSFNoteClose(note);
-  NSFDbClose(db);
-  return value;
-}
-
-// Replaces the agent note's "$AssistInfo" with a value of the given bytes,
-// and reads the stored value back (without its type word).
-void writeAssistInfo(const std::vector<char>& bytes) {
+// Runs use on the stored "OutOfOffice" agent note of Jane's mail database.
+template <typename Use>
+void withAgentNote(Use use) {
   DBHANDLE db = NULLHANDLE;
   ASSERT_EQ(NSFDbOpen(kJaneMail, &db), NOERROR);
   NOTEID id = 0;
-  ASSERT_EQ(NIFFindDesignNote(db, "OutOfOffice", NOTE_CLASS_FILTER, &id), NOERROR);
   NOTEHANDLE note = NULLHANDLE;
-  ASSERT_EQ(NSFNoteOpen(db, id, 0, &note), NOERROR);
-  NSFItemDelete(note, "$AssistInfo", 11);
-  ASSERT_EQ(NSFItemAppend(note, ITEM_SIGN, "$AssistInfo", 11, TYPE_ASSISTANT_INFO, bytes.data(), bytes.size()),
-            NOERROR);
-  ASSERT_EQ(NSFNoteUpdate(note, UPDATE_FORCE), NOERROR);
-  NSFNoteClose(note);
+  EXPECT_EQ(NIFFindDesignNote(db, "OutOfOffice", NOTE_CLASS_FILTER, &id), NOERROR);
+  if (id != 0 && NSFNoteOpen(db, id, 0, &note) == NOERROR) {
+    use(note);
+    NSFNoteClose(note);
+  } else {
+    ADD_FAILURE() << "no agent note";
+  }
   NSFDbClose(db);
 }
 
+// The stored agent note's text item.
+std::string agentItem(const char* name) {
+  std::string value = "<missing>";
+  withAgentNote([&](NOTEHANDLE note) {
+    char text[256] = {0};
+    if (NSFItemIsPresent(note, name, static_cast<WORD>(std::strlen(name)))) {
+      value.assign(text, NSFItemGetText(note, name, text, sizeof text));
+    }
+  });
+  return value;
+}
+
+// Replaces the agent note's "$AssistInfo" with a value of the given bytes.
+void writeAssistInfo(const std::vector<char>& bytes) {
+  withAgentNote([&](NOTEHANDLE note) {
+    NSFItemDelete(note, "$AssistInfo", 11);
+    ASSERT_EQ(NSFItemAppend(note, ITEM_SIGN, "$AssistInfo", 11, TYPE_ASSISTANT_INFO, bytes.data(), bytes.size()),
+              NOERROR);
+    ASSERT_EQ(NSFNoteUpdate(note, UPDATE_FORCE), NOERROR);
+  });
+}
+
+// The stored "$AssistInfo" value without its type word.
 std::vector<char> readAssistInfo() {
-  DBHANDLE db = NULLHANDLE;
-  EXPECT_EQ(NSFDbOpen(kJaneMail, &db), NOERROR);
-  NOTEID id = 0;
-  EXPECT_EQ(NIFFindDesignNote(db, "OutOfOffice", NOTE_CLASS_FILTER, &id), NOERROR);
-  NOTEHANDLE note = NULLHANDLE;
-  EXPECT_EQ(NSFNoteOpen(db, id, 0, &note), NOERROR);
-  BLOCKID item{}, value{};
-  WORD type = 0;
-  DWORD length = 0;
   std::vector<char> bytes;
-  if (NSFItemInfo(note, "$AssistInfo", 11, &item, &type, &value, &length) == NOERROR && length >= sizeof(WORD)) {
-    const char* stored = OSLockBlock(char, value) + sizeof(WORD);
-    bytes.assign(stored, stored + length - sizeof(WORD));
-    OSUnlockObject(value.pool);
-  }
-  NSFNoteClose(note);
-  NSFDbClose(db);
+  withAgentNote([&](NOTEHANDLE note) {
+    BLOCKID item{}, value{};
+    WORD type = 0;
+    DWORD length = 0;
+    if (NSFItemInfo(note, "$AssistInfo", 11, &item, &type, &value, &length) == NOERROR && length >= sizeof(WORD)) {
+      const char* stored = OSLockBlock(char, value) + sizeof(WORD);
+      bytes.assign(stored, stored + length - sizeof(WORD));
+      OSUnlockObject(value.pool);
+    }
+  });
   return bytes;
 }
 
