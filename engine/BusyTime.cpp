@@ -22,6 +22,8 @@ using tarnwick::engine::calendarOwner;
 using tarnwick::engine::deleteIfPresent;
 using tarnwick::engine::itemText;
 using tarnwick::engine::replaceText;
+using tarnwick::engine::replaceTime;
+using tarnwick::engine::setText;
 
 namespace {
 
@@ -40,17 +42,6 @@ class EntryNote {
   }
   NOTEHANDLE handle = NULLHANDLE;
 };
-
-// Text item written with its exact length.
-STATUS setText(NOTEHANDLE note, const char* name, const std::string& text) {
-  return NSFItemSetText(note, name, text.data(), static_cast<WORD>(text.size()));
-}
-
-STATUS replaceTime(NOTEHANDLE note, const char* name, const TIMEDATE& value) {
-  STATUS status = deleteIfPresent(note, name);
-  if (status == NOERROR) status = NSFItemSetTime(note, name, &value);
-  return status;
-}
 
 // The entry's start and end items, dates and date-times alike.
 STATUS replacePeriod(NOTEHANDLE note, const TIMEDATE& leave, const TIMEDATE& back) {

@@ -37,10 +37,21 @@ inline STATUS deleteIfPresent(NOTEHANDLE note, const char* name) {
   return NSFItemDelete(note, name, static_cast<WORD>(std::strlen(name)));
 }
 
+// Writes a text item with the text's exact length.
+inline STATUS setText(NOTEHANDLE note, const char* name, const std::string& text) {
+  return NSFItemSetText(note, name, text.c_str(), static_cast<WORD>(text.size()));
+}
+
 // Replaces the item by one text item holding text.
 inline STATUS replaceText(NOTEHANDLE note, const char* name, const std::string& text) {
   if (STATUS status = deleteIfPresent(note, name)) return status;
-  return NSFItemSetText(note, name, text.c_str(), static_cast<WORD>(text.size()));
+  return setText(note, name, text);
+}
+
+// Replaces the item by one time item.
+inline STATUS replaceTime(NOTEHANDLE note, const char* name, const TIMEDATE& value) {
+  if (STATUS status = deleteIfPresent(note, name)) return status;
+  return NSFItemSetTime(note, name, &value);
 }
 
 // Whether an item name begins with "Notified_" (case-insensitive).

@@ -13,7 +13,7 @@
 #include "ostime.h"
 #include "request/IPOOO.h"
 
-using tarnwick::engine::deleteIfPresent;
+using tarnwick::engine::replaceTime;
 
 namespace {
 
@@ -34,13 +34,6 @@ TIMEDATE midnightWithoutDate() {
   value.Innards[0] = 0;
   value.Innards[1] = ANYDAY;
   return value;
-}
-
-// Replaces a time item: deleted when present, then written.
-STATUS replaceTime(NOTEHANDLE note, const char* name, const TIMEDATE& value) {
-  STATUS status = deleteIfPresent(note, name);
-  if (status == NOERROR) status = NSFItemSetTime(note, name, &value);
-  return status;
 }
 
 }  // namespace

@@ -23,6 +23,7 @@ using tarnwick::engine::deleteIfPresent;
 using tarnwick::engine::hasItem;
 using tarnwick::engine::isNotifiedItem;
 using tarnwick::engine::itemText;
+using tarnwick::engine::setText;
 
 namespace {
 
@@ -51,10 +52,6 @@ void replaceFirst(std::string& text, const std::string& what, const char* with) 
   if (what.empty()) return;
   const size_t at = text.find(what);
   if (at != std::string::npos) text.replace(at, what.size(), with);
-}
-
-STATUS setText(NOTEHANDLE note, const char* name, const std::string& text) {
-  return NSFItemSetText(note, name, text.c_str(), static_cast<WORD>(text.size()));
 }
 
 STATUS deleteAll(NOTEHANDLE note, std::initializer_list<const char*> names) {
