@@ -44,10 +44,9 @@ class ReplyDocument {
   // Serialises the document into the reply file and closes the file.
   void write();
 
+ private:
   // The document's text as write() puts it into the file.
   std::string serialise() const;
-
- private:
   void serialiseNode(const xercesc::DOMNode* node, std::u16string& out) const;
 
   xercesc::DOMDocument* document_ = nullptr;
