@@ -67,8 +67,8 @@ class DatabaseSetup : public ::testing::Test {
     return part;
   }
 
-  // A template with a title, a template name, one form and a template
-  // list entry.
+  // A template with a title, a template name, an icon note, one form and a
+  // template list entry.
   void makeTemplate(const char* path, const char* templateName) {
     ASSERT_EQ(NSFDbCreate(path, DBCLASS_BY_EXTENSION, FALSE), NOERROR);
     DBHANDLE db = NULLHANDLE;
@@ -77,6 +77,13 @@ class DatabaseSetup : public ::testing::Test {
     NSFDbInfoModify(all, INFOPARSE_TITLE, "Acme Out of Office");
     NSFDbInfoModify(all, INFOPARSE_CLASS, templateName);
     ASSERT_EQ(NSFDbInfoSet(db, all), NOERROR);
+    NOTEHANDLE icon = NULLHANDLE;
+    ASSERT_EQ(NSFNoteCreate(db, &icon), NOERROR);
+    const WORD iconClass = NOTE_CLASS_ICON;
+    NSFNoteSetInfo(icon, _NOTE_CLASS, &iconClass);
+    ASSERT_EQ(NSFItemSetText(icon, "$TITLE", all, static_cast<WORD>(std::strlen(all))), NOERROR);
+    ASSERT_EQ(NSFNoteUpdate(icon, 0), NOERROR);
+    NSFNoteClose(icon);
     NOTEHANDLE form = NULLHANDLE;
     ASSERT_EQ(NSFNoteCreate(db, &form), NOERROR);
     const WORD formClass = NOTE_CLASS_FORM;
@@ -128,13 +135,17 @@ TEST_F(DatabaseSetup, ReaderEndsAtOnceOnMissingEmptyOrShrunkFiles) {
 
   // A file cut short while it is read: what is there is delivered, then the
   // input ends instead of waiting for the bytes its size promised.
-  std::ofstream(dir_ / "shrinks.xml", std::ios::binary) << std::string(300, 'x');
+  constexpr size_t kSize = 4 << 20;
+  constexpr size_t kCut = 1 << 20;
+  std::ofstream(dir_ / "shrinks.xml", std::ios::binary) << std::string(kSize, 'x');
   DXLReaderContext shrinks = readerOf(dir_ / "shrinks.xml");
-  BYTE buffer[100];
-  ASSERT_EQ(DXLReaderFunc(buffer, sizeof buffer, &shrinks), 100u);
-  std::filesystem::resize_file(dir_ / "shrinks.xml", 150);
-  EXPECT_EQ(DXLReaderFunc(buffer, sizeof buffer, &shrinks), 50u);
-  EXPECT_EQ(DXLReaderFunc(buffer, sizeof buffer, &shrinks), 0u);
+  std::vector<BYTE> buffer(4096);
+  ASSERT_EQ(DXLReaderFunc(buffer.data(), 4096, &shrinks), 4096u);
+  std::filesystem::resize_file(dir_ / "shrinks.xml", kCut);
+  size_t delivered = 4096;
+  for (const std::string& read : readAll(shrinks, 4096)) delivered += read.size();
+  EXPECT_EQ(delivered, kCut);
+  EXPECT_EQ(shrinks.remaining, static_cast<long>(kSize - kCut));
   EXPECT_EQ(shrinks.stream, nullptr);
 }
 

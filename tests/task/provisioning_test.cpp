@@ -216,10 +216,6 @@ class Provisioning : public tarnwick::testing::MailDatabaseTest {
   pid_t pid_ = -1;
 };
 
-bool contains(const Lines& lines, const std::string& line) {
-  return std::find(lines.begin(), lines.end(), line) != lines.end();
-}
-
 TEST_F(Provisioning, FirstStartCreatesTheDatabaseFromTheTemplateTheServerLogChooses) {
   // log.nsf of a new server carries the runtime's build (above 399): the
   // extended template.
@@ -381,6 +377,35 @@ TEST_F(Provisioning, DatabaseBuildVersionDecidesWhetherRequestsAskTheService) {
   EXPECT_EQ(taskType(), "2") << "the service answers";
   setBuildVersion("OOO.nsf", 378);
   EXPECT_EQ(taskType(), "1") << "the profile's TaskType decides";
+}
+
+TEST_F(Provisioning, ApplicationDirectoryIsJoinedWithABackslash) {
+  // OOODirectory=apps: the databases are apps\OOO.nsf and so on, which the
+  // runtime finds in the folder apps; the design file is looked for by the
+  // C library under the literal name "apps\OOO.xml".
+  for (const char* file : {"OOO.ntf", "OOOEx.ntf"}) {
+    const std::string copy = std::string("apps/") + file;
+    ASSERT_EQ(NSFDbCreateAndCopy(file, copy.c_str(), NOTE_CLASS_ALLNONDATA, 0, 0, nullptr), NOERROR);
+  }
+  std::filesystem::copy_file(data() / "OOO.xml", data() / "apps" / "OOO.xml");
+  admin({"env", "set", "OOODirectory", "apps"});
+  admin({"env", "set", "OOOSetup", "1"});
+  EXPECT_EQ(runTaskStartUp(),
+            (Lines{kInitializing, kSigning, kSigningEx, kSettingUp, kFinished, kComplete, kVersion, kShutdown}));
+  EXPECT_TRUE(std::filesystem::exists(data() / "apps" / "OOO.nsf"));
+  EXPECT_FALSE(std::filesystem::exists(data() / "OOO.nsf"));
+  // apps/OOO.xml was not seen: the default policy, with the server's entry.
+  EXPECT_EQ(aclOf("apps/OOO.ntf").count("[CN=Mail1/O=Acme]"), 1u);
+
+  // Under the literal name the design file is found and its list taken.
+  std::filesystem::copy_file(data() / "OOO.xml", data() / "apps\\OOO.xml");
+  admin({"env", "set", "OOOSetup", "1"});
+  runTaskStartUp();
+  auto acl = aclOf("apps/OOO.ntf");
+  EXPECT_EQ(acl.count("[CN=Mail1/O=Acme]"), 0u);
+  ASSERT_EQ(acl.count("[LocalDomainServers]"), 1u);
+  EXPECT_EQ(acl["[LocalDomainServers]"]["roles"], nlohmann::json({"[Admin]", "[SysAdmin]"}));
+  expectSignedByServer("apps/OOOEx.ntf");
 }
 
 }  // namespace
