@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "mq.h"
+#include "nsfdb.h"
 #include "osenv.h"
 
 extern char** environ;
@@ -42,6 +43,8 @@ class RunningTask {
     iniArg.insert(iniArg.begin(), '=');
     char* initArgv[] = {const_cast<char*>("bench"), iniArg.data()};
     NotesInitExtended(2, initArgv);
+    // The application database is there: the task's start-up provisions nothing.
+    NSFDbCreate("OOO.nsf", DBCLASS_BY_EXTENSION, FALSE);
 
     std::string binary = TARNWICK_TASK_BINARY;
     posix_spawn_file_actions_t actions;

@@ -17,6 +17,7 @@
 
 #include "globerr.h"
 #include "mq.h"
+#include "nsfdb.h"
 #include "osenv.h"
 #include "osmisc.h"
 
@@ -57,6 +58,9 @@ class TaskProcessConcurrency : public ::testing::Test {
     std::string ini = iniArgument(dir_ / "notes.ini");
     char* argv[] = {const_cast<char*>("test"), ini.data()};
     ASSERT_EQ(NotesInitExtended(2, argv), NOERROR);
+    // The task's application database is there, so its start-up finds
+    // nothing to provision.
+    ASSERT_EQ(NSFDbCreate("OOO.nsf", DBCLASS_BY_EXTENSION, FALSE), NOERROR);
   }
 
   void TearDown() override {

@@ -17,6 +17,7 @@
 #include "addin/program.h"
 #include "addin/server_log.h"
 #include "addin/task_registry.h"
+#include "env/environment.h"
 #include "globerr.h"
 #include "mq/message_queue.h"
 #include "osmisc.h"
@@ -294,6 +295,9 @@ STATUS LNPUBLIC AddInSDKInit(int argc, char** argv) {
     if (::sigaction(SIGTERM, &action, nullptr) != 0 || ::sigaction(SIGINT, &action, nullptr) != 0) {
       return ERR_NOT_SUPPORTED;
     }
+    // The server runs its tasks in its data directory: files a task names
+    // without a folder (a design file, say) are found there.
+    if (::chdir(data_directory().c_str()) != 0) return ERR_NOEXIST;
     AddInTask::instance().start(argc > 0 && argv != nullptr ? argv[0] : nullptr);
     // A task waiting on a queue ends its wait when asked to end.
     set_wait_interrupt(&should_terminate);
