@@ -60,9 +60,13 @@ void translateInPlace(WORD mode, std::string& text, const char* function) {
   std::memset(output, 0, outputCapacity);
   WORD written = OSTranslate(mode, text.data(), static_cast<WORD>(inputLength), output,
                              static_cast<WORD>(outputCapacity));
-  if (written >= outputCapacity && outputCapacity < wanted) {
+  // The platform cuts an output that does not fit before a character it
+  // cannot complete (at most 4 bytes): one that comes that close to a
+  // clamped capacity may have been cut.
+  constexpr size_t kLongestCharacter = 4;
+  if (outputCapacity < wanted && written + kLongestCharacter > outputCapacity) {
     std::free(output);
-    tooLong(function);  // the result may have been cut at the 16-bit limit
+    tooLong(function);
   }
   output[written] = '\0';
   text.assign(output, written);

@@ -53,7 +53,8 @@ class XMLStringTranslate : public xercesc::XMLFormatTarget {
 
   // In-place conversion of a UTF-8 string to LMBCS and back. Both return 1;
   // a failed buffer allocation leaves the string unchanged. A text of more
-  // than kMaxConvertedBytes (in, or out) raises IPException.
+  // than kMaxConvertedBytes, or whose converted form comes within a
+  // character of that limit, raises IPException.
   static constexpr size_t kMaxConvertedBytes = 65535;
   int TranslatorUTF8ToLMBCS(std::string& text);
   int TranslatorLMBCSToUTF8(std::string& text);

@@ -103,9 +103,9 @@ TEST_F(XMLStringTranslateDeathTest, TextThatDoesNotSurviveTheRoundTripStopsThePr
 // an error, never cut.
 TEST_F(XMLStringTranslateTest, TextsBeyondSixteenBitLengthsAreRefused) {
   XMLStringTranslate translator("utf-8");
-  std::string fits(XMLStringTranslate::kMaxConvertedBytes - 1, 'a');
+  std::string fits(XMLStringTranslate::kMaxConvertedBytes - 8, 'a');
   translator.TranslatorUTF8ToLMBCS(fits);
-  EXPECT_EQ(fits, std::string(XMLStringTranslate::kMaxConvertedBytes - 1, 'a'));
+  EXPECT_EQ(fits, std::string(XMLStringTranslate::kMaxConvertedBytes - 8, 'a'));
 
   std::string longInput(XMLStringTranslate::kMaxConvertedBytes + 1, 'a');
   try {

@@ -52,6 +52,19 @@ class HostileInput : public MailDatabaseTest {
   void startTask(const char* setting = nullptr) {
     OSSetEnvironmentVariable("OOOWorkers", "2");
     if (setting != nullptr) OSSetEnvironmentVariable(setting, "1");
+    spawnTask();
+    const auto until = std::chrono::steady_clock::now() + 60s;
+    while (MQOpen("MQ$OutOfOffice", 0, &requests_) != NOERROR) {
+      ASSERT_LT(std::chrono::steady_clock::now(), until) << console();
+      std::this_thread::sleep_for(20ms);
+    }
+    queues_.push_back(requests_);
+    ASSERT_EQ(MQCreate(kReplyQueue, 0, 0), NOERROR);
+    ASSERT_EQ(MQOpen(kReplyQueue, 0, &replies_), NOERROR);
+    queues_.push_back(replies_);
+  }
+
+  void spawnTask() {
     std::string binary = TARNWICK_TASK_BINARY;
     std::string ini = "=" + (data() / "notes.ini").string();
     posix_spawn_file_actions_t actions;
@@ -63,15 +76,6 @@ class HostileInput : public MailDatabaseTest {
     char* argv[] = {binary.data(), ini.data(), nullptr};
     ASSERT_EQ(posix_spawn(&pid_, binary.c_str(), &actions, nullptr, argv, environ), 0);
     posix_spawn_file_actions_destroy(&actions);
-    const auto until = std::chrono::steady_clock::now() + 60s;
-    while (MQOpen("MQ$OutOfOffice", 0, &requests_) != NOERROR) {
-      ASSERT_LT(std::chrono::steady_clock::now(), until) << console();
-      std::this_thread::sleep_for(20ms);
-    }
-    queues_.push_back(requests_);
-    ASSERT_EQ(MQCreate(kReplyQueue, 0, 0), NOERROR);
-    ASSERT_EQ(MQOpen(kReplyQueue, 0, &replies_), NOERROR);
-    queues_.push_back(replies_);
   }
 
   std::string console() const { return readFile(root_ / "console.txt"); }
@@ -231,15 +235,53 @@ TEST_F(HostileInput, MailFilesOutsideTheDataDirectoryCannotBeNamed) {
   EXPECT_EQ(nextReply(), "OK") << console();
 }
 
+// Another local user made the queue folder before the server started (here:
+// one that anyone may write to): the task does not use it and ends cleanly.
+TEST_F(HostileInput, APreparedQueueFolderEndsTheStartCleanly) {
+  // The data directory's folder is the one that names it.
+  const std::string canonical = fs::weakly_canonical(data()).string();
+  ASSERT_EQ(MQCreate("MQ$Probe", 0, 0), NOERROR);
+  fs::path folder;
+  for (const auto& entry : fs::directory_iterator("/dev/shm")) {
+    if (readFile(entry.path() / "data-directory") == canonical) folder = entry.path();
+  }
+  ASSERT_FALSE(folder.empty()) << "no shared folder for " << canonical;
+  fs::remove_all(folder);
+  ASSERT_EQ(::mkdir(folder.c_str(), 0777), 0);
+  ::chmod(folder.c_str(), 0777);
+
+  spawnTask();
+  int status = -1;
+  ASSERT_EQ(::waitpid(pid_, &status, 0), pid_);
+  pid_ = -1;
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  const std::string log = console();
+  const size_t refused = log.find("Shared-state folder " + folder.string() + " refused: it can be written by other users");
+  ASSERT_NE(refused, std::string::npos) << log;
+  EXPECT_LT(refused, log.find("Tarnwick: Shutdown Complete")) << log;
+  EXPECT_TRUE(fs::is_empty(folder)) << "nothing of the server's went into it";
+  fs::remove_all(folder);
+}
+
 // A "Notified" list longer than a conversion can carry: the text round trip
 // of the reply fails.
 class TextRoundTrip : public HostileInput {
  protected:
   void giveJaneALongNotifiedList() {
     addJane("agent");
-    std::vector<std::string> names;
-    for (int i = 0; i < 1200; ++i) names.push_back("CN=Correspondent Number " + std::to_string(i) + "/O=Acme");
-    editProfile([&](NOTEHANDLE p) { setList(p, "Notified", names); });
+    // Three lists of 400 names: about 33,000 characters in all.
+    auto names = [](int first) {
+      std::vector<std::string> list;
+      for (int i = first; i < first + 400; ++i) list.push_back("CN=Correspondent Number " + std::to_string(i) + "/O=Acme");
+      return list;
+    };
+    editProfile([&](NOTEHANDLE p) { setList(p, "Notified", names(0)); });
+    editProfile(
+        [&](NOTEHANDLE p) {
+          setList(p, "Notified_1", names(400));
+          setList(p, "Notified_2", names(800));
+        },
+        "OOServiceProfile");
   }
 };
 
