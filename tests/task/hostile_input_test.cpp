@@ -133,8 +133,11 @@ class HostileInput : public MailDatabaseTest {
 };
 
 TEST_F(HostileInput, RepliesNeverReachFilesOutsideTheSpoolFolder) {
+  addJane("agent");
   startTask();
-  const std::string victimText = "root's own file\n";
+  // The victim holds a request that would be answered: read through a
+  // link, it would be replaced by the reply.
+  const std::string victimText = janeQuery(kJaneMail);
   const fs::path victim = write(root_ / "victim.conf", victimText);
   ::chmod(victim.c_str(), 0600);
 
