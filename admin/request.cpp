@@ -1,5 +1,7 @@
 #include "request.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -26,10 +28,19 @@ std::string read_file(const std::filesystem::path& file) {
   return bytes.str();
 }
 
+// Request files hold users' texts: only the server's user may read them.
 void write_file(const std::filesystem::path& file, const std::string& bytes) {
-  std::ofstream out(file, std::ios::binary | std::ios::trunc);
-  out << bytes;
-  if (!out.flush()) throw Failure("cannot write " + file.string());
+  const int fd = ::open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600);
+  if (fd < 0) throw Failure("cannot write " + file.string());
+  ::fchmod(fd, 0600);
+  size_t done = 0;
+  while (done < bytes.size()) {
+    const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+    if (n <= 0) break;
+    done += static_cast<size_t>(n);
+  }
+  ::close(fd);
+  if (done != bytes.size()) throw Failure("cannot write " + file.string());
 }
 
 // A new file name in the spool folder: the kind's marker (if any), then the
@@ -37,7 +48,7 @@ void write_file(const std::filesystem::path& file, const std::string& bytes) {
 std::filesystem::path new_request_path(RequestKind kind) {
   const std::filesystem::path folder = data_directory() / kSpoolFolder;
   std::error_code error;
-  std::filesystem::create_directories(folder, error);
+  if (std::filesystem::create_directories(folder, error)) ::chmod(folder.c_str(), 0700);
   if (error) throw Failure("cannot create " + folder.string() + ": " + error.message());
   const auto ticks = std::chrono::steady_clock::now().time_since_epoch().count();
   const std::string marker(file_marker_of(kind));

@@ -180,6 +180,7 @@ class RunningTask {
 
   const std::string& failure() const { return failure_; }
   fs::path root() const { return directory_.root(); }
+  fs::path data() const { return directory_.data(); }
 
  private:
   DataDirectory& directory_;
@@ -296,7 +297,7 @@ void runCase(benchmark::State& state, long workers, int clientCount, int perClie
     state.SkipWithError(task.failure().c_str());
     return;
   }
-  const fs::path folder = task.root() / "requests";
+  const fs::path folder = task.data() / "spool";  // the folder the task takes requests from
   fs::create_directories(folder);
   std::vector<std::unique_ptr<Client>> clients;
   for (int i = 0; i < clientCount; ++i) {

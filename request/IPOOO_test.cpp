@@ -42,7 +42,8 @@ class IPOOOTest : public ::testing::Test {
   }
 
   std::string writeRequest(const std::string& name, const std::string& xml) {
-    std::string path = (dir_ / name).string();
+    std::filesystem::create_directories(dir_ / "spool");
+    std::string path = (dir_ / "spool" / name).string();
     std::ofstream(path) << xml;
     return path;
   }
@@ -152,7 +153,7 @@ TEST_F(IPOOOTest, RepliesAreCutTo16BitLengthsAndLostWithoutAQueue) {
 TEST_F(IPOOOTest, FramesSendNothingWithoutFileDocumentOrReplyQueue) {
   const std::string badDate =
       "<Username MQName='MQ$OOOServletList_7' Action='1' StartTimeMonth='13'>Jane Doe/Org</Username>";
-  std::string missing = (dir_ / "missing.xml").string();
+  std::string missing = (dir_ / "spool" / "missing.xml").string();
   std::string empty = writeRequest("empty.xml", "");
   std::string noQueue = writeRequest("noqueue.xml", "<Username StartTimeMonth='13'>Jane</Username>");
   std::string failing = writeRequest("failing.xml", badDate);
