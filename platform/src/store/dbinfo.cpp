@@ -7,7 +7,7 @@
 #include "acl.h"
 #include "globerr.h"
 #include "nsfdb.h"
-#include "store/api_guard.h"
+#include "core/api_guard.h"
 #include "store/database.h"
 
 using namespace tarnwick::rt;
