@@ -267,3 +267,25 @@ WORD LNPUBLIC OSGetDataDirectory(char* retPath) {
 }
 
 }  // extern "C"
+
+extern "C" {
+
+STATUS LNPUBLIC OSSetEnvironmentVariableChecked(const char* VariableName, const char* Value) {
+  if (VariableName == nullptr || *VariableName == '\0') return ERR_BAD_PARAM;
+  return guarded([&]() -> STATUS {
+    return set_environment(VariableName, Value ? Value : "") ? NOERROR : ERR_ACCESS;
+  });
+}
+
+WORD LNPUBLIC OSGetNotesIniPath(char* retPath) {
+  if (retPath == nullptr) return 0;
+  retPath[0] = '\0';
+  return guarded_value<WORD>(0, [&]() -> WORD {
+    const std::string path = ini_path().string();
+    if (path.size() >= MAXPATH) return 0;
+    std::memcpy(retPath, path.c_str(), path.size() + 1);
+    return static_cast<WORD>(path.size());
+  });
+}
+
+}  // extern "C"
