@@ -10,7 +10,7 @@
 #include "env/environment.h"
 #include "globerr.h"
 #include "netpath.h"
-#include "store/api_guard.h"
+#include "core/api_guard.h"
 #include "store/note.h"
 
 namespace tarnwick::rt::store {
@@ -170,6 +170,7 @@ STATUS resolve_database_path(const char* api_path, std::filesystem::path* file) 
 }  // namespace tarnwick::rt::store
 
 using namespace tarnwick::rt::store;
+using tarnwick::rt::guarded;
 
 extern "C" {
 
