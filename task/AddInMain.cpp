@@ -21,6 +21,7 @@
 #include "osmisc.h"
 #include "request/IPOOO.h"
 #include "request/TaskLog.h"
+#include "setup/ServerSettings.h"
 #include "task/NDAgent.h"
 
 namespace {
@@ -39,13 +40,6 @@ STATUS runFirstSetup(char* /*directory*/, WORD* buildVersion) {
   *buildVersion = 0;
   return NOERROR;
 }
-
-// The per-server settings document (server URL, iOS installation text, app
-// connection parameters). Not part of the task yet: the three texts stay
-// empty.
-void readServerSettings(const std::string& /*serverUserName*/, const char* /*directory*/,
-                        std::string& /*serverURL*/, std::string& /*installIOSText*/,
-                        std::string& /*connectParams*/) {}
 
 // --- Dispatch -------------------------------------------------------------
 
@@ -199,7 +193,9 @@ bool TaskHost::receiveMessage() {
   std::string serverURL;
   std::string installIOSText;
   std::string connectParams;
-  readServerSettings(serverUserName_, directory_, serverURL, installIOSText, connectParams);
+  // Read anew for every message, so that an edit of the settings takes
+  // effect with the next request.
+  _get_server_setting(serverUserName_, directory_, serverURL, installIOSText, connectParams);
   fillRecord(record_, length, directory_, serverURL, installIOSText, connectParams, buildVersion_);
   return true;
 }
