@@ -561,8 +561,9 @@ TEST_F(OOOSet, KilledTaskKeepsEveryAnsweredSet) {
         EXPECT_EQ(state.taskState, "1") << files[i];
         EXPECT_EQ(state.subject, subjects[i]) << files[i];
         EXPECT_TRUE(state.entryBusy) << files[i];
-      } else if (state.taskState == "1") {  // done, not yet answered
+      } else if (state.taskState == "1") {  // done whole, not yet answered
         EXPECT_EQ(state.subject, subjects[i]) << files[i];
+        EXPECT_TRUE(state.entryBusy) << files[i];
       } else {  // not begun
         EXPECT_EQ(state.taskState, "0") << files[i];
         EXPECT_EQ(state.subject, "") << files[i];
