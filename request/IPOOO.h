@@ -121,6 +121,26 @@ class IPOOO {
   int SetTaskState(WORD value);
   int SetTaskType(WORD value);
 
+  // --- Set flow (engine/SetFlow.cpp) ----------------------------------------
+  // Carries out a set request on the user's mail database and writes the new
+  // state as the reply document at replyPath. Returns the error text ("OK").
+  std::string& setOOO(std::string& replyPath);
+  // Writes the request's values into the open profile (in memory); sets
+  // alreadyOff when a disable request finds "TaskState" already "0".
+  int setOOOContent();
+  // Loads the profile's "ShowHours" into ShowHours.
+  void getShowHours();
+  // The reply of a service-mode switch that did not take.
+  static constexpr char kServerNotResponding[] = "The server is not responding. Please try setting Out of Office again.";
+
+  // --- Service mode (engine/ServiceMode.cpp) -------------------------------
+  // Marks the mail database for the server's out-of-office service and the
+  // profile as on; saves the profile. 0 when the database did not become
+  // enabled.
+  DWORD EnableService();
+  // Marks the profile as off and releases the calendar entry; always 1.
+  int DisableService();
+
   // --- Set flow: date checks and profile times (engine/SettingsTimes.cpp) ---
   // Checks the profile's leave and return dates against each other and the
   // current time; raises IPException from "ValidateSettings" with the message
