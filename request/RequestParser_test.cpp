@@ -78,7 +78,7 @@ TEST_F(RequestParserTest, MailFileGetsItsDatabaseSuffixWhenMissing) {
   };
   for (const auto& [given, stored] : cases) {
     IPOOO context;
-    path_ = (dir_ / "mailbox.xml").string();
+    path_ = (dir_ / "spool" / "mailbox.xml").string();
     std::ofstream(path_) << "<Username MailBox='" << given << "'>u</Username>";
     context.xmlParser(path_);
     EXPECT_EQ(context.MailBox, stored) << given;

@@ -75,7 +75,8 @@ TEST(RequestThreadConcurrency, WorkerRunsTheRequestAndLeavesTheLoopsRecordAlone)
   MQHANDLE replies = NULLHANDLE;
   ASSERT_EQ(MQOpen(replyQueue, 0, &replies), NOERROR);
   // A request the parser refuses, with a queue named for the answer.
-  const std::string request = (dir / "request.xml").string();
+  std::filesystem::create_directories(dir / "spool");
+  const std::string request = (dir / "spool" / "request.xml").string();
   std::ofstream(request) << "<Username MQName='" << replyQueue << "' StartTimeMonth='13'>Jane</Username>";
 
   RequestThreadRecord record = recordFor(request.c_str(), 379);

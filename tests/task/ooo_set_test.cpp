@@ -164,7 +164,7 @@ StoredState readState(const std::string& mailFile) {
 // of its own, as many front ends at once do.
 class Burst {
  public:
-  explicit Burst(fs::path folder) : folder_(std::move(folder)) {}
+  explicit Burst(fs::path folder) : folder_(std::move(folder)) { fs::create_directories(folder_); }
   Burst(const Burst&) = delete;
   Burst& operator=(const Burst&) = delete;
   ~Burst() {
@@ -507,7 +507,7 @@ TEST_F(OOOSet, RacingSetsForOneUserEndWholeConcurrency) {
   addJane("service");
   editProfile([](NOTEHANDLE p) { setText(p, "BookBusyTime", "1"); });
   startTask();
-  Burst burst(root_);
+  Burst burst(data() / "spool");
   for (int round = 0; round < 6; ++round) {
     const std::string subject = "Round " + std::to_string(round);
     burst.send(setDocument(burst.nextQueue(), kJane, kJaneMail, true, subject));
@@ -542,7 +542,7 @@ TEST_F(OOOSet, KilledTaskKeepsEveryAnsweredSet) {
   startTask();
   std::vector<std::string> subjects;
   {
-    Burst burst(root_);
+    Burst burst(data() / "spool");
     for (int i = 0; i < kUsers; ++i) {
       subjects.push_back("Crash " + std::to_string(i));
       burst.send(setDocument(burst.nextQueue(), users[i], files[i], true, subjects[i]));

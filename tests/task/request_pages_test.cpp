@@ -240,7 +240,8 @@ class RequestPages : public tarnwick::testing::MailDatabaseTest {
   // reply. Returns the reply; the page is then in the file at *path.
   std::string ask(const std::string& marker, const std::string& loginName, const std::string& loginServer,
                   fs::path* path = nullptr, const std::string& padding = "") {
-    const fs::path file = root_ / (marker + std::to_string(++requestCount_) + ".xml");
+    fs::create_directories(data() / "spool");
+    const fs::path file = data() / "spool" / (marker + std::to_string(++requestCount_) + ".xml");
     std::ofstream(file) << "<Username MQName='" << kReplyQueue << "' LoginName='" << loginName << "' LoginServer='"
                         << loginServer << "'>" << loginName << "</Username>" << padding;
     if (path != nullptr) *path = file;
@@ -532,10 +533,9 @@ TEST_F(RequestPages, PageFilesAreMadeAnewOrTheFailureIsTheReply) {
   ASSERT_EQ(::stat(file.c_str(), &info), 0);
   EXPECT_EQ(info.st_mode & 07777, 0600u);
 
-  // A request file that can be read but neither removed nor written: an
-  // immutable file (the task runs as root here) or one in a folder without
-  // write permission.
-  const fs::path locked = root_ / "locked";
+  // A request file that can be read but not written: an immutable file
+  // (the task runs as root here) or a read-only one.
+  const fs::path locked = data() / "spool" / "locked";
   fs::create_directories(locked);
   const fs::path request = locked / "ND_REQUEST_OOO_locked.xml";
   std::ofstream(request) << "<Username MQName='" << kReplyQueue << "' LoginName='Jane'>Jane</Username>";
@@ -549,7 +549,7 @@ TEST_F(RequestPages, PageFilesAreMadeAnewOrTheFailureIsTheReply) {
     }
     if (fd >= 0) ::close(fd);
   } else {
-    fs::permissions(locked, fs::perms::owner_read | fs::perms::owner_exec);
+    fs::permissions(request, fs::perms::owner_read);
   }
   if (::geteuid() != 0 || immutable) {
     std::string text = request.string();
@@ -568,7 +568,6 @@ TEST_F(RequestPages, PageFilesAreMadeAnewOrTheFailureIsTheReply) {
     ::ioctl(fd, FS_IOC_SETFLAGS, &flags);
     ::close(fd);
   }
-  fs::permissions(locked, fs::perms::owner_all);
 
   // In process, where no folder can hold the file: the same text, no file.
   IPOOO context;
