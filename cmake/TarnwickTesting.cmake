@@ -16,6 +16,9 @@ function(tarnwick_add_unit_tests folder)
     get_filename_component(test_name ${test_source} NAME_WE)
     add_executable(${test_name} ${test_source})
     target_link_libraries(${test_name} PRIVATE ${ARGN} GTest::gtest GTest::gtest_main Threads::Threads)
+    # Where test data lives; __FILE__ may be relative to the build folder
+    # (a compiler cache rewrites paths), so it cannot be relied on.
+    target_compile_definitions(${test_name} PRIVATE TARNWICK_SOURCE_ROOT="${CMAKE_SOURCE_DIR}")
     gtest_discover_tests(${test_name} DISCOVERY_TIMEOUT 60
       PROPERTIES ENVIRONMENT "TARNWICK_SOURCE_DIR=${CMAKE_SOURCE_DIR}")
   endforeach()

@@ -22,7 +22,7 @@
 namespace {
 
 std::string design_file(const char* name) {
-  return (std::filesystem::path(__FILE__).parent_path() / ".." / ".." / ".." / "design" / name).string();
+  return (std::filesystem::path(TARNWICK_SOURCE_ROOT) / "design" / name).string();
 }
 
 class ShippedDesigns : public ::testing::Test {

@@ -31,7 +31,9 @@
 namespace tarnwick::rt::formula {
 namespace {
 
-std::filesystem::path testdata_dir() { return std::filesystem::path(__FILE__).parent_path() / "testdata"; }
+std::filesystem::path testdata_dir() {
+  return std::filesystem::path(TARNWICK_SOURCE_ROOT) / "platform" / "src" / "formula" / "testdata";
+}
 
 std::string status_text(STATUS status) {
   char buffer[256];
