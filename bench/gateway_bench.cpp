@@ -18,7 +18,6 @@
 #include <filesystem>
 #include <memory>
 #include <mutex>
-#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -131,9 +130,10 @@ class Server {
       failure_ = "tarnwick-http did not start: " + tarnwick::testing::readFile(root_ / "http.txt");
       return;
     }
-    std::smatch match;
     const std::string console = tarnwick::testing::readFile(root_ / "http.txt");
-    if (std::regex_search(console, match, std::regex(R"(:(\d+)/)"))) port_ = std::stoi(match[1]);
+    const size_t line = console.find("listening on http");
+    const size_t colon = line == std::string::npos ? line : console.find(':', console.find("//", line));
+    if (colon != std::string::npos) port_ = std::atoi(console.c_str() + colon + 1);
     std::string ini = "=" + (data / "notes.ini").string();
     char* argv[] = {const_cast<char*>("gateway_bench"), ini.data(), nullptr};
     initialised_ = NotesInitExtended(2, argv) == NOERROR;

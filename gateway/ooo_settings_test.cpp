@@ -59,7 +59,7 @@ TEST(Names, OnlyPlainNamesAreAccepted) {
                            "Zoë Ångström/Acme", "O'Brien/Acme"}) {
     EXPECT_TRUE(is_valid_name(good)) << good;
   }
-  for (const std::string bad : {std::string(""), std::string("   "), std::string("a<b"), std::string("x\">"),
+  for (const std::string& bad : {std::string(""), std::string("   "), std::string("a<b"), std::string("x\">"),
                                 std::string("a&b"), std::string("Mail2!!mail/x.nsf"), std::string("tab\there"),
                                 std::string("new\nline"), std::string("back\\slash"), std::string("bad \xc3"),
                                 std::string(kMaxNameBytes + 1, 'n')}) {

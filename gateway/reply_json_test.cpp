@@ -22,7 +22,7 @@ TEST_F(ReplyJson, UsersBecomeObjectsWithTheirAttributeNames) {
   EXPECT_EQ((*users)[0]["Message"], "line 1\nline 2");
   EXPECT_EQ((*users)[0]["OOOEnable"], "1");
   EXPECT_EQ((*users)[1]["ErrorMsg"], "No mail file");
-  EXPECT_EQ((*users)[1]["User"], "Zo\xc3\xb6\x65");
+  EXPECT_EQ((*users)[1]["User"], std::string("Z\xc3\xb6" "e"));
 }
 
 TEST_F(ReplyJson, OtherDocumentsAreNoReply) {

@@ -11,7 +11,6 @@
 
 #include <chrono>
 #include <filesystem>
-#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -124,10 +123,7 @@ class Server {
     args.insert(args.end(), extra.begin(), extra.end());
     gateway_ = Process(args, root_ / "gateway.txt");
     if (!wait_for_line(root_ / "gateway.txt", "listening on http", 60s)) return 0;
-    std::smatch match;
-    const std::string console = tarnwick::testing::readFile(root_ / "gateway.txt");
-    if (!std::regex_search(console, match, std::regex(R"(listening on https?://[^:]+:(\d+)/)"))) return 0;
-    port_ = std::stoi(match[1]);
+    port_ = port_in(tarnwick::testing::readFile(root_ / "gateway.txt"));
     return port_;
   }
 
@@ -141,6 +137,13 @@ class Server {
   std::string console(const char* which) const { return tarnwick::testing::readFile(root_ / which); }
 
  private:
+  // The port of "listening on http://HOST:PORT/"; 0 when there is none.
+  static int port_in(const std::string& console) {
+    const size_t line = console.find("listening on http");
+    const size_t colon = line == std::string::npos ? line : console.find(':', console.find("//", line));
+    return colon == std::string::npos ? 0 : std::atoi(console.c_str() + colon + 1);
+  }
+
   static bool wait_for_line(const std::filesystem::path& file, const std::string& text, std::chrono::seconds limit) {
     const auto until = std::chrono::steady_clock::now() + limit;
     while (std::chrono::steady_clock::now() < until) {
