@@ -296,7 +296,7 @@ struct Gateway::Impl {
     } catch (const TaskRefused& refused) {
       send_json(res, refused.is_validation() ? 422 : 502,
                 Json{{"error", message_of_task_text(refused.what())}, {"task_reply", refused.what()}});
-    } catch (const client::Failure& failure) {
+    } catch (const std::exception& failure) {
       send_error(res, 500, failure.what());
     }
     return false;

@@ -397,5 +397,40 @@ TEST(GatewayWithoutTask, RequestsEndWith504) {
   EXPECT_EQ(http.Get("/")->status, 200) << "the page itself needs no task";
 }
 
+// A certificate and key named in notes.ini: HTTPS, and the session cookie
+// is marked Secure.
+TEST(GatewayTls, TheCertificateOfNotesIniServesHttps) {
+  Server server("tls");
+  server.admin({"init", server.data().string(), "--server", "Mail1/Acme"});
+  server.add_person(kJane, "jdoe");
+  const std::string key = (server.data() / "http-key.pem").string();
+  const std::string certificate = (server.data() / "http-cert.pem").string();
+  ASSERT_EQ(tarnwick::testing::runAndWait({"/usr/bin/openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes",
+                                           "-keyout", key, "-out", certificate, "-days", "2", "-subj",
+                                           "/CN=localhost"},
+                                          server.root() / "openssl.txt"),
+            0)
+      << server.console("openssl.txt");
+  server.admin({"env", "set", "TarnwickHTTPCertificate", "http-cert.pem"});
+  server.admin({"env", "set", "TarnwickHTTPKey", "http-key.pem"});
+  const int port = server.start_gateway();
+  ASSERT_NE(port, 0) << server.console("gateway.txt");
+  EXPECT_NE(server.console("gateway.txt").find("listening on https://"), std::string::npos);
+
+  httplib::SSLClient https("127.0.0.1", port);
+  https.enable_server_certificate_verification(false);
+  https.set_read_timeout(30, 0);
+  const auto signed_in = https.Post("/api/v1/session", Json{{"name", "jdoe"}, {"password", kPassword}}.dump(),
+                                    "application/json");
+  ASSERT_TRUE(signed_in);
+  ASSERT_EQ(signed_in->status, 200) << signed_in->body;
+  EXPECT_NE(signed_in->get_header_value("Set-Cookie").find("; Secure"), std::string::npos);
+
+  httplib::Client plain("127.0.0.1", port);
+  plain.set_read_timeout(5, 0);
+  const auto refused = plain.Get("/healthz");
+  EXPECT_TRUE(!refused || refused->status != 200) << "no plain HTTP on the TLS port";
+}
+
 }  // namespace
 }  // namespace tarnwick::gateway::testing
