@@ -9,14 +9,14 @@
 
 #include <nlohmann/json.hpp>
 
-#include "addin/server_log.h"    // read_server_log: the log's entries have no public reading call
-#include "addin/task_registry.h"  // list_status_lines, request_task_quit: "show tasks" and "tell"
 #include "commands.h"
 #include "failure.h"
 #include "globerr.h"
 #include "mq.h"
-#include "mq/message_queue.h"  // list_queues: the platform has no call that lists queues
+#include "mqlist.h"
 #include "queue.h"
+#include "serverlog.h"
+#include "tasklist.h"
 
 namespace tarnwick::admin {
 
@@ -26,6 +26,60 @@ bool equal_no_case(const std::string& a, const std::string& b) {
   return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](unsigned char x, unsigned char y) {
     return std::tolower(x) == std::tolower(y);
   });
+}
+
+struct QueueRow {
+  std::string name;
+  size_t messages = 0;
+  bool quitting = false;
+};
+
+std::vector<QueueRow> live_queues() {
+  std::vector<QueueRow> rows;
+  check(MQEnumQueues(
+            [](void* param, const MQ_LISTING* queue) {
+              static_cast<std::vector<QueueRow>*>(param)->push_back(
+                  {queue->QueueName, queue->Messages, queue->Quitting != FALSE});
+            },
+            &rows),
+        "cannot list the queues");
+  return rows;
+}
+
+struct LogRow {
+  int64_t unix_seconds = 0;
+  int hundredths = 0;
+  std::string task_name, text, console_text;
+};
+
+std::vector<LogRow> server_log() {
+  std::vector<LogRow> rows;
+  check(ServerLogEnumLines(
+            0,
+            [](void* param, const SERVER_LOG_LINE* line) {
+              static_cast<std::vector<LogRow>*>(param)->push_back(
+                  {line->UnixSeconds, line->Hundredths, line->TaskName, line->Text, line->ConsoleText});
+            },
+            &rows),
+        "cannot read the server log");
+  return rows;
+}
+
+struct TaskRow {
+  long process_id = 0;
+  std::string task_name, status_text;
+};
+
+std::vector<TaskRow> task_status_lines() {
+  std::vector<TaskRow> rows;
+  check(TaskEnumStatusLines(
+            [](void* param, const TASK_STATUS_LINE* line) {
+              static_cast<std::vector<TaskRow>*>(param)->push_back(
+                  {static_cast<long>(line->ProcessID), line->TaskName, line->StatusText});
+            },
+            &rows),
+        "cannot list the tasks");
+  return rows;
 }
 
 // "2026-03-02T09:30:00.25+01:00" in the operating system's zone.
@@ -49,7 +103,7 @@ void add_mq(Cli& cli) {
 
   auto* list = mq->add_subcommand("list", "list the live queues with their waiting messages");
   cli.on_data(list, [] {
-    const auto queues = rt::list_queues();
+    const auto queues = live_queues();
     if (queues.empty()) {
       std::cout << "No queues (a queue lives only while a running process holds it).\n";
       return;
@@ -104,9 +158,8 @@ void add_log(Cli& cli) {
   log->add_option("--task", options->task, "only the lines of this task (e.g. Tarnwick)");
   log->add_flag("--json", options->json, "print JSON");
   cli.on_data(log, [options] {
-    std::vector<rt::ServerLogLine> lines;
-    check(rt::read_server_log(0, &lines), "cannot read the server log");
-    std::erase_if(lines, [&](const rt::ServerLogLine& line) {
+    std::vector<LogRow> lines = server_log();
+    std::erase_if(lines, [&](const LogRow& line) {
       return !options->task.empty() && !equal_no_case(line.task_name, options->task);
     });
     if (options->json) {
@@ -119,7 +172,7 @@ void add_log(Cli& cli) {
       std::cout << out.dump(2) << "\n";
       return;
     }
-    for (const auto& line : lines) std::cout << rt::console_line(line) << "\n";
+    for (const auto& line : lines) std::cout << line.console_text << "\n";
   });
 }
 
@@ -128,7 +181,7 @@ void add_tasks(Cli& cli) {
   show->require_subcommand(1);
   auto* tasks = show->add_subcommand("tasks", "the status lines of the running tasks");
   cli.on_data(tasks, [] {
-    const auto lines = rt::list_status_lines();
+    const auto lines = task_status_lines();
     if (lines.empty()) {
       std::cout << "No tasks are running.\n";
       return;
@@ -153,7 +206,8 @@ void add_tasks(Cli& cli) {
       ->required()
       ->check(CLI::IsMember({"quit"}, CLI::ignore_case));
   cli.on_data(tell, [options] {
-    const int asked = rt::request_task_quit(options->task);
+    DWORD asked = 0;
+    check(TaskRequestQuit(options->task.c_str(), &asked), "cannot ask " + options->task + " to quit");
     if (asked == 0) throw Failure("no task named " + options->task + " is running");
     std::cout << "Asked " << options->task << " to quit" << (asked > 1 ? " (" + std::to_string(asked) + " processes)" : "")
               << "\n";

@@ -3,7 +3,6 @@
 
 #include "commands.h"
 #include "directory.h"
-#include "env/environment.h"  // set_environment: OSSetEnvironmentVariable cannot report a failed write
 #include "failure.h"
 #include "handles.h"
 #include "names.h"
@@ -53,7 +52,11 @@ void add_env(Cli& cli) {
     if (name->empty() || name->find('=') != std::string::npos) {
       throw UsageError("\"" + *name + "\" is not a variable name");
     }
-    if (!rt::set_environment(*name, *value)) throw Failure("cannot write " + rt::ini_path().string());
+    if (OSSetEnvironmentVariableChecked(name->c_str(), value->c_str()) != NOERROR) {
+      char ini[MAXPATH];
+      OSGetNotesIniPath(ini);
+      throw Failure(std::string("cannot write ") + ini);
+    }
     std::cout << *name << "=" << *value << "\n";
   });
 }

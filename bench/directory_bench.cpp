@@ -10,7 +10,10 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cstdlib>
+#include <cstring>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -19,7 +22,7 @@
 #include <thread>
 #include <vector>
 
-#include "dxl/view_design.h"
+#include "dxlimport.h"
 #include "global.h"
 #include "globerr.h"
 #include "lookup.h"
@@ -28,7 +31,6 @@
 #include "nsfnote.h"
 #include "osenv.h"
 #include "osmem.h"
-#include "store/note.h"
 #include "textlist.h"
 
 namespace {
@@ -68,26 +70,46 @@ class DirectoryFixture {
   void text_list(NOTEHANDLE note, const char* item, const std::vector<std::string>& entries) {
     for (const auto& e : entries) NSFItemAppendTextList(note, item, e.data(), static_cast<WORD>(e.size()), TRUE);
   }
-  void view(const char* title, const char* selection, const char* key) {
-    NOTEHANDLE note = NULLHANDLE;
-    NSFNoteCreate(db_, &note);
-    const WORD view_class = NOTE_CLASS_VIEW;
-    NSFNoteSetInfo(note, _NOTE_CLASS, &view_class);
-    NSFItemSetText(note, "$TITLE", title, MAXWORD);
-    tarnwick::rt::dxl::ViewDesign design;
-    design.selection_formula = selection;
-    tarnwick::rt::dxl::ColumnDesign column;
-    column.item_name = "Key";
-    column.formula = key;
-    column.sort = tarnwick::rt::dxl::ColumnSort::kAscending;
-    column.separate_values = true;
-    design.columns.push_back(column);
-    auto stored = tarnwick::rt::store::find_note(note);
-    {
-      std::lock_guard lock(stored->mutex);
-      tarnwick::rt::dxl::write_view_design(*stored, design);
+  // A view sorted on one column, imported as DXL like a template's design.
+  void view(const char* name, const char* alias, const char* selection, const char* key) {
+    const std::string dxl = std::string("<database><view name='") + name + "' alias='" + alias +
+                            "'><code event='selection'><formula>" + xml_text(selection) +
+                            "</formula></code><column itemname='Key' sort='ascending' "
+                            "separatemultiplevalues='true'><code event='value'><formula>" +
+                            xml_text(key) + "</formula></code></column></view></database>";
+    struct Input {
+      const std::string& text;
+      size_t at = 0;
+    } input{dxl};
+    DXLIMPORTHANDLE importer = NULLHANDLE;
+    DXLCreateImporter(&importer);
+    WORD create = DXLIMPORTOPTION_CREATE;
+    DXLSetImporterProperty(importer, iDesignImportOption, &create);
+    const STATUS status = DXLImport(
+        importer,
+        [](BYTE* buffer, const DWORD length, void* action) -> DWORD {
+          auto* in = static_cast<Input*>(action);
+          const size_t count = std::min<size_t>(length, in->text.size() - in->at);
+          std::memcpy(buffer, in->text.data() + in->at, count);
+          in->at += count;
+          return static_cast<DWORD>(count);
+        },
+        db_, &input);
+    DXLDeleteImporter(importer);
+    if (status != NOERROR) {
+      std::fprintf(stderr, "cannot import the view %s (status %u)\n", name, static_cast<unsigned>(status));
+      std::abort();
     }
-    save(note);
+  }
+  static std::string xml_text(std::string_view text) {
+    std::string out;
+    for (char c : text) {
+      if (c == '&') out += "&amp;";
+      else if (c == '<') out += "&lt;";
+      else if (c == '>') out += "&gt;";
+      else out += c;
+    }
+    return out;
   }
   void group(const std::string& name, const std::vector<std::string>& members) {
     NOTEHANDLE note = NULLHANDLE;
@@ -102,9 +124,9 @@ class DirectoryFixture {
   void build() {
     NSFDbCreate("names.nsf", DBCLASS_BY_EXTENSION, TRUE);
     NSFDbOpen("names.nsf", &db_);
-    view("($Users)|$Users", "SELECT Form = \"Person\" | Form = \"Group\"",
+    view("($Users)", "$Users", "SELECT Form = \"Person\" | Form = \"Group\"",
          "FullName : @Name([Abbreviate]; FullName) : ShortName : ListName");
-    view("($Groups)", "SELECT Form = \"Group\"", "ListName");
+    view("($Groups)", "Groups", "SELECT Form = \"Group\"", "ListName");
     for (int i = 0; i < kPersons; ++i) {
       NOTEHANDLE note = NULLHANDLE;
       NSFNoteCreate(db_, &note);

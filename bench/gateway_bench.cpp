@@ -31,7 +31,7 @@
 
 #include "failure.h"
 #include "mq.h"
-#include "mq/shared_state.h"
+#include "mqlist.h"
 #include "osenv.h"
 #include "request.h"
 #include "tests/support/processes.h"
@@ -98,7 +98,8 @@ class Server {
     }
     if (initialised_) {
       std::error_code ignored;
-      fs::remove_all(tarnwick::rt::shared_state_root(), ignored);
+      char shared[MAXPATH];
+      if (MQGetSharedStateDirectory(shared) > 0) fs::remove_all(shared, ignored);
     }
     fs::remove_all(root_);
   }

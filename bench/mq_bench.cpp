@@ -21,10 +21,10 @@
 
 #include <benchmark/benchmark.h>
 
-#include "env/environment.h"
 #include "globerr.h"
 #include "mq.h"
-#include "mq/shared_state.h"
+#include "mqlist.h"
+#include "osenv.h"
 
 namespace {
 
@@ -43,8 +43,15 @@ struct ScratchData {
     fs::remove_all(path);
     fs::create_directories(path);
     std::ofstream(path / "notes.ini") << "[Notes]\n";
-    tarnwick::rt::load_environment(path / "notes.ini");
-    queues = tarnwick::rt::shared_state_root();
+    {
+      std::string argument = "=" + (path / "notes.ini").string();
+      char program[] = "bench";
+      char* argv[] = {program, argument.data()};
+      NotesInitExtended(2, argv);
+    }
+    char shared[MAXPATH];
+    MQGetSharedStateDirectory(shared);
+    queues = shared;
   }
   ~ScratchData() {
     fs::remove_all(queues);

@@ -29,7 +29,7 @@
 
 #include "globerr.h"
 #include "mq.h"
-#include "mq/shared_state.h"
+#include "mqlist.h"
 #include "osenv.h"
 #include "tests/support/processes.h"
 
@@ -80,7 +80,8 @@ class DataDirectory {
   ~DataDirectory() {
     if (initialised_) {
       std::error_code ignored;
-      fs::remove_all(tarnwick::rt::shared_state_root(), ignored);
+      char shared[MAXPATH];
+      if (MQGetSharedStateDirectory(shared) > 0) fs::remove_all(shared, ignored);
     }
     fs::remove_all(root_);
   }
@@ -180,6 +181,7 @@ class RunningTask {
 
   const std::string& failure() const { return failure_; }
   fs::path root() const { return directory_.root(); }
+  fs::path data() const { return directory_.data(); }
 
  private:
   DataDirectory& directory_;
@@ -296,7 +298,7 @@ void runCase(benchmark::State& state, long workers, int clientCount, int perClie
     state.SkipWithError(task.failure().c_str());
     return;
   }
-  const fs::path folder = task.root() / "requests";
+  const fs::path folder = task.data() / "spool";  // the folder the task takes requests from
   fs::create_directories(folder);
   std::vector<std::unique_ptr<Client>> clients;
   for (int i = 0; i < clientCount; ++i) {

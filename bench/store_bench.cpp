@@ -18,13 +18,13 @@
 
 #include <benchmark/benchmark.h>
 
-#include "env/environment.h"
 #include "globerr.h"
 #include "nsfdata.h"
 #include "nsfdb.h"
 #include "nsfnote.h"
 #include "nsfprofile.h"
 #include "nsfsearch.h"
+#include "osenv.h"
 
 namespace {
 
@@ -46,7 +46,12 @@ class Fixture {
     fs::remove_all(root_);
     fs::create_directories(root_ / "data");
     std::ofstream(root_ / "notes.ini") << "Directory=data\nServerName=CN=Srv1/O=Org\n";
-    tarnwick::rt::load_environment(root_ / "notes.ini");
+    {
+      std::string argument = "=" + (root_ / "notes.ini").string();
+      char program[] = "bench";
+      char* argv[] = {program, argument.data()};
+      NotesInitExtended(2, argv);
+    }
     NSFDbCreate("mail\\user.nsf", 0, TRUE);
     DBHANDLE db = NULLHANDLE;
     NSFDbOpen("mail\\user.nsf", &db);

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "mq.h"
+#include "nsfdb.h"
 #include "osenv.h"
 
 extern char** environ;
@@ -42,6 +43,8 @@ class RunningTask {
     iniArg.insert(iniArg.begin(), '=');
     char* initArgv[] = {const_cast<char*>("bench"), iniArg.data()};
     NotesInitExtended(2, initArgv);
+    // The application database is there: the task's start-up provisions nothing.
+    NSFDbCreate("OOO.nsf", DBCLASS_BY_EXTENSION, FALSE);
 
     std::string binary = TARNWICK_TASK_BINARY;
     posix_spawn_file_actions_t actions;
@@ -54,7 +57,8 @@ class RunningTask {
     MQCreate("MQ$OOOServletList_bench", 0, 0);
     MQOpen("MQ$OOOServletList_bench", 0, &replies_);
     while (MQOpen("MQ$OutOfOffice", 0, &requests_) != NOERROR) std::this_thread::sleep_for(10ms);
-    request_ = (dir_ / "request.xml").string();
+    std::filesystem::create_directories(dir_ / "spool");
+    request_ = (dir_ / "spool" / "request.xml").string();
     std::ofstream(request_) << "<Request><Username MQName='MQ$OOOServletList_bench' Action='1' MailServer='CN=Srv1/O=Org' "
                                "MailBox='mail/jdoe.nsf' StartTimeYear='2031' StartTimeMonth='13' StartTimeDay='1'>"
                                "Jane Doe/Org</Username></Request>";

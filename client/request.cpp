@@ -1,6 +1,7 @@
 #include "request.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -56,7 +57,7 @@ void write_new_file(const std::filesystem::path& file, const std::string& bytes)
 std::filesystem::path new_request_path(RequestKind kind) {
   const std::filesystem::path folder = data_directory() / kSpoolFolder;
   std::error_code error;
-  std::filesystem::create_directories(folder, error);
+  if (std::filesystem::create_directories(folder, error)) ::chmod(folder.c_str(), 0700);
   if (error) throw Failure("cannot create " + folder.string() + ": " + error.message());
   static std::atomic<unsigned long> counter{0};
   const auto ticks = std::chrono::steady_clock::now().time_since_epoch().count();

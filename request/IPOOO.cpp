@@ -2,7 +2,6 @@
 // reply hand-off. The request document parser is in RequestParser.cpp.
 #include "request/IPOOO.h"
 
-#include <sys/stat.h>
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/XMLException.hpp>
 
@@ -31,11 +30,6 @@ void logToolkitError(const char* what, const XMLException& e) {
   char* message = XMLString::transcode(e.getMessage());
   taskLog(std::string(what) + "(" + (message ? message : "") + ")");
   XMLString::release(&message);
-}
-
-bool fileExists(const std::string& path) {
-  struct stat info {};
-  return ::stat(path.c_str(), &info) == 0;
 }
 
 // The request actions of plain requests, by Action. An entry without an
@@ -114,6 +108,7 @@ void IPOOO::reset(int clearRequest) {
     hMailDb = NULLHANDLE;
   }
   if (clearRequest == 0) return;
+  requestFile.close();
   OOOEnable = false;
   AppendSubjectDate.clear();
   DaysOut.clear();
@@ -142,9 +137,24 @@ void IPOOO::sendMQMessage(std::string& text) {
   MQClose(queue, 0);
 }
 
+RequestFile& IPOOO::openRequestFile(const std::string& path) {
+  if (requestFile.isOpen() && requestFile.path() == path) return requestFile;
+  requestFile = RequestFile::open(path, RequestFilePolicy::fromEnvironment());
+  const std::string why = requestFile.refusalText();
+  if (!why.empty()) {
+    std::string shown = path;  // a message cannot add lines of its own to the log
+    for (char& c : shown) {
+      if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = '?';
+    }
+    taskLog("Request file refused: " + shown + ": " + why);
+  }
+  return requestFile;
+}
+
 void IPOOO::processMsg(std::string& path) {
+  TextRequestScope textScope(Username, path);
   try {
-    if (!fileExists(path)) return;
+    if (!openRequestFile(path).isOpen()) return;
     if (xmlParser(path) == 0) return;
     if (MQName.empty()) return;
 
@@ -183,8 +193,9 @@ void IPOOO::processMsg(std::string& path) {
 // parsed and checked like any other and then gets no reply.
 void IPOOO::processPageRequest(PageBuilder builder, std::string& path, char* directory, std::string& reservedText,
                                std::string& serverURL, std::string& extra) {
+  TextRequestScope textScope(Username, path);
   try {
-    if (!fileExists(path)) return;
+    if (!openRequestFile(path).isOpen()) return;
     if (xmlParser(path) == 0) return;
     if (MQName.empty()) return;
     if (builder == nullptr) return;

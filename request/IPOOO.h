@@ -33,6 +33,7 @@
 #include "global.h"
 #include "ostime.h"
 #include "request/IPException.h"
+#include "request/RequestFile.h"
 #include "request/XMLStringTranslate.h"
 
 class IPOOO {
@@ -44,7 +45,8 @@ class IPOOO {
 
   // Closes what the request opened (agent, profile note, service profile
   // note, mail database, in that order), each only if open. With clearRequest
-  // non-zero, also empties the request's texts and clears OOOEnable.
+  // non-zero, also empties the request's texts, clears OOOEnable and closes
+  // the request file.
   void reset(int clearRequest);
 
   // Whether the request may ask the server's out-of-office service interface
@@ -54,9 +56,9 @@ class IPOOO {
   // The platform's text of a status (the flag bits are ignored).
   std::string getErrorMsg(STATUS status);
 
-  // Processing frames. Each checks that the request file exists, parses it
-  // and answers on the reply queue MQName; a missing file, a document the
-  // parser rejects or a request without MQName get no reply.
+  // Processing frames. Each opens the request file (openRequestFile), parses
+  // it and answers on the reply queue MQName; a missing or refused file, a
+  // document the parser rejects or a request without MQName get no reply.
   void processMsg(std::string& path);
   void processRequestMsg(std::string& path, char* directory, std::string& reservedText, std::string& serverURL,
                          std::string& connectParams);
@@ -69,6 +71,12 @@ class IPOOO {
   // length is the text's length cut to 16 bits). A queue that cannot be
   // opened loses the reply silently.
   void sendMQMessage(std::string& text);
+
+  // The request file at path, opened under the server's request-file policy
+  // (RequestFile) once per request: the parser reads it and the reply
+  // writers write through it. A refused path is logged once and gives a
+  // closed file, which the callers treat as a missing one.
+  RequestFile& openRequestFile(const std::string& path);
 
   // Parses the request document at path into this context. Returns non-zero
   // when the document was parsed and walked; raises IPException from
@@ -160,6 +168,7 @@ class IPOOO {
   // --- Tools and handles -------------------------------------------------
   XMLStringTranslate* translator = nullptr;    // made for "utf-8"
   xercesc::XercesDOMParser* parser = nullptr;  // parses the request document
+  RequestFile requestFile;                     // the request's file, once opened
   DBHANDLE hMailDb = NULLHANDLE;               // the user's mail database
   NOTEHANDLE hProfile = NULLHANDLE;            // "OutOfOfficeProfile"
   NOTEHANDLE hServiceProfile = NULLHANDLE;     // "OOServiceProfile"
@@ -245,6 +254,7 @@ class IPOOO {
                           std::string& serverURL, std::string& extra);
   void storeAttribute(const XMLCh* name, const XMLCh* value);
   void assembleDates();
+  void storeUsernameOf(xercesc::DOMNode* element);
 };
 
 #endif  // TARNWICK_REQUEST_IPOOO_H

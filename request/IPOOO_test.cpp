@@ -5,6 +5,11 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <xercesc/dom/DOM.hpp>
+#include <xercesc/framework/MemBufInputSource.hpp>
+#include <xercesc/util/XMLString.hpp>
+
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -42,7 +47,8 @@ class IPOOOTest : public ::testing::Test {
   }
 
   std::string writeRequest(const std::string& name, const std::string& xml) {
-    std::string path = (dir_ / name).string();
+    std::filesystem::create_directories(dir_ / "spool");
+    std::string path = (dir_ / "spool" / name).string();
     std::ofstream(path) << xml;
     return path;
   }
@@ -152,7 +158,7 @@ TEST_F(IPOOOTest, RepliesAreCutTo16BitLengthsAndLostWithoutAQueue) {
 TEST_F(IPOOOTest, FramesSendNothingWithoutFileDocumentOrReplyQueue) {
   const std::string badDate =
       "<Username MQName='MQ$OOOServletList_7' Action='1' StartTimeMonth='13'>Jane Doe/Org</Username>";
-  std::string missing = (dir_ / "missing.xml").string();
+  std::string missing = (dir_ / "spool" / "missing.xml").string();
   std::string empty = writeRequest("empty.xml", "");
   std::string noQueue = writeRequest("noqueue.xml", "<Username StartTimeMonth='13'>Jane</Username>");
   std::string failing = writeRequest("failing.xml", badDate);
@@ -192,20 +198,54 @@ TEST_F(IPOOOTest, UnknownActionsGetNoReply) {
   }
 }
 
+// What a context's XML parser makes of a small document: the name of its
+// root element, or empty when it could not parse.
+std::string rootNameParsedBy(IPOOO& context, const std::string& xml) {
+  try {
+    xercesc::MemBufInputSource source(reinterpret_cast<const XMLByte*>(xml.data()), xml.size(), "request");
+    context.parser->parse(source);
+    xercesc::DOMDocument* document = context.parser->getDocument();
+    if (document == nullptr || document->getDocumentElement() == nullptr) return {};
+    char* name = xercesc::XMLString::transcode(document->getDocumentElement()->getNodeName());
+    std::string result = name;
+    xercesc::XMLString::release(&name);
+    return result;
+  } catch (...) {
+    return {};
+  }
+}
+
+// Contexts made and dropped on many threads at once each keep a working XML
+// toolkit, and a context that outlives them all still parses: no thread's
+// teardown ends the toolkit under the others.
 TEST(IPOOOConcurrency, ContextsComeAndGoOnManyThreads) {
+  constexpr int kThreads = 8;
   IPOOO holder;  // as the main loop holds one while workers start
+  std::atomic<int> waiting{kThreads};
+  std::atomic<int> failures{0};
   std::vector<std::thread> threads;
-  for (int t = 0; t < 8; ++t) {
-    threads.emplace_back([] {
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      waiting.fetch_sub(1);
+      while (waiting.load() > 0) std::this_thread::yield();  // all start together
       for (int i = 0; i < 20; ++i) {
         IPOOO context;
         std::string name = "Jürgen";
         context.translator->TranslatorUTF8ToLMBCS(name);
-        EXPECT_EQ(name, "J\x81rgen");
+        if (name != "J\x81rgen") failures.fetch_add(1);
+        const std::string root = "request" + std::to_string(t);
+        if (rootNameParsedBy(context, "<" + root + "><username>x</username></" + root + ">") != root) {
+          failures.fetch_add(1);
+        }
       }
     });
   }
   for (auto& thread : threads) thread.join();
+  EXPECT_EQ(failures.load(), 0);
+  EXPECT_EQ(rootNameParsedBy(holder, "<after><username>x</username></after>"), "after");
+  std::string name = "Jürgen";
+  holder.translator->TranslatorUTF8ToLMBCS(name);
+  EXPECT_EQ(name, "J\x81rgen");
 }
 
 }  // namespace

@@ -13,8 +13,16 @@
 // the first match wins, which is why AppendSubjectDate stands before
 // AppendSubject. Attributes of other elements and other elements' text are
 // ignored; a later Username element overwrites what an earlier one stored.
+//
+// Hostile documents: the file is read through the request's RequestFile
+// (size-limited), entity expansion is bounded by the toolkit's security
+// manager (a document that expands more entities is a parse error), the tree
+// is walked without recursion, and of several Username elements only the
+// last one's text is converted, since it is the one that stays: a deep or
+// long document costs time in proportion to its size.
 #include <xercesc/dom/DOM.hpp>
-#include <xercesc/framework/LocalFileInputSource.hpp>
+#include <xercesc/framework/MemBufInputSource.hpp>
+#include <xercesc/util/SecurityManager.hpp>
 #include <xercesc/util/XMLException.hpp>
 
 #include <cstdlib>
@@ -23,6 +31,7 @@
 
 #include "ostime.h"
 #include "request/IPOOO.h"
+#include "request/TaskLog.h"
 
 using namespace xercesc;
 
@@ -82,6 +91,48 @@ const AttributeRule kAttributeRules[] = {
 
 constexpr const char* kUsernameKeyword = "Username";
 
+// Requests use no entities of their own (the predefined ones such as &amp;
+// do not count), so a few are plenty.
+constexpr XMLSize_t kEntityExpansionLimit = 16;
+
+SecurityManager* securityManager() {
+  static SecurityManager* manager = [] {
+    auto* made = new SecurityManager;  // never destroyed: parsers on any thread use it
+    made->setEntityExpansionLimit(kEntityExpansionLimit);
+    return made;
+  }();
+  return manager;
+}
+
+// The node after `node` in document order (first child, then next sibling,
+// then an ancestor's next sibling), staying below `top`; null at the end.
+DOMNode* nextBelow(DOMNode* node, const DOMNode* top) {
+  if (DOMNode* child = node->getFirstChild()) return child;
+  while (node != nullptr && node != top) {
+    if (DOMNode* sibling = node->getNextSibling()) return sibling;
+    node = node->getParentNode();
+  }
+  return nullptr;
+}
+
+bool matchesKeyword(const XMLCh* name, const char* keyword);
+
+bool isUsernameElement(const DOMNode* node) {
+  return node->getNodeType() == DOMNode::ELEMENT_NODE && matchesKeyword(node->getNodeName(), kUsernameKeyword);
+}
+
+// All text below element in document order, as the DOM's text content
+// gives it (comments and processing instructions left out), without
+// recursion.
+std::u16string textContentOf(DOMNode* element) {
+  std::u16string text;
+  for (DOMNode* node = element->getFirstChild(); node != nullptr; node = nextBelow(node, element)) {
+    const auto type = node->getNodeType();
+    if (type == DOMNode::TEXT_NODE || type == DOMNode::CDATA_SECTION_NODE) text += node->getNodeValue();
+  }
+  return text;
+}
+
 // True when name begins with keyword, compared without case over the
 // keyword's length (a shorter name never matches).
 bool matchesKeyword(const XMLCh* name, const char* keyword) {
@@ -120,8 +171,15 @@ int IPOOO::xmlParser(std::string& path) {
     // Request files come from front ends that may pass on what a client
     // sent: external entities are never fetched.
     parser->setDisableDefaultEntityResolution(true);
-    XStr systemId(path.c_str());
-    LocalFileInputSource source(systemId.unicodeForm());
+    parser->setSecurityManager(securityManager());
+    RequestFile& file = openRequestFile(path);
+    std::string content;
+    if (!file.isOpen()) return 0;
+    if (!file.read(content)) {
+      taskLog("Request file refused: " + path + ": " + file.refusalText());
+      return 0;
+    }
+    MemBufInputSource source(reinterpret_cast<const XMLByte*>(content.data()), content.size(), path.c_str());
     parser->parse(source);
     DOMDocument* document = parser->getDocument();
     DOMElement* root = document != nullptr ? document->getDocumentElement() : nullptr;
@@ -140,14 +198,14 @@ int IPOOO::xmlParser(std::string& path) {
 }
 
 void IPOOO::receiveElements(DOMNode* node) {
+  DOMNode* lastUsername = nullptr;
   try {
-    if (node == nullptr) return;
-    if (node->getNodeType() == DOMNode::ELEMENT_NODE && matchesKeyword(node->getNodeName(), kUsernameKeyword)) {
-      Username = utf8Of(node->getTextContent());
-      translator->TranslatorUTF8ToLMBCS(Username);
-
-      DOMNamedNodeMap* attributes = node->getAttributes();
-      if (attributes != nullptr && attributes->getLength() > 0) {
+    try {
+      for (DOMNode* current = node; current != nullptr; current = nextBelow(current, node)) {
+        if (!isUsernameElement(current)) continue;
+        lastUsername = current;
+        DOMNamedNodeMap* attributes = current->getAttributes();
+        if (attributes == nullptr || attributes->getLength() == 0) continue;
         leaveParts = TIME{};
         returnParts = TIME{};
         hasDates = 0;
@@ -157,10 +215,18 @@ void IPOOO::receiveElements(DOMNode* node) {
         }
         if (hasDates) assembleDates();
       }
+    } catch (...) {
+      // The failing element's user name stands, as it would had it been
+      // stored before the element's attributes.
+      if (lastUsername != nullptr) {
+        try {
+          storeUsernameOf(lastUsername);
+        } catch (...) {
+        }
+      }
+      throw;
     }
-    for (DOMNode* child = node->getFirstChild(); child != nullptr; child = child->getNextSibling()) {
-      receiveElements(child);
-    }
+    if (lastUsername != nullptr) storeUsernameOf(lastUsername);
   } catch (const XMLException& e) {
     throw IPException("receiveElements", toolkitMessage(e.getMessage()).c_str());
   } catch (const DOMException& e) {
@@ -170,6 +236,12 @@ void IPOOO::receiveElements(DOMNode* node) {
   } catch (...) {
     throw IPException("receiveElements", "Unexpected Exception\n");
   }
+}
+
+void IPOOO::storeUsernameOf(DOMNode* element) {
+  const std::u16string text = textContentOf(element);
+  Username = utf8Of(text.c_str());
+  translator->TranslatorUTF8ToLMBCS(Username);
 }
 
 void IPOOO::storeAttribute(const XMLCh* name, const XMLCh* value) {

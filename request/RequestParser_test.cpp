@@ -5,6 +5,7 @@
 #include <fstream>
 #include <string>
 
+#include "osenv.h"
 #include "ostime.h"
 #include "request/IPOOO.h"
 
@@ -16,13 +17,18 @@ class RequestParserTest : public ::testing::Test {
     dir_ = std::filesystem::temp_directory_path() /
            ("tarnwick_parser_" + std::to_string(::getpid()) + "_" +
             ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    std::filesystem::create_directories(dir_);
+    std::filesystem::create_directories(dir_ / "spool");
+    // Request files are read from the data directory's spool folder.
+    std::ofstream(dir_ / "notes.ini") << "Directory=" << dir_.string() << "\n";
+    std::string ini = "=" + (dir_ / "notes.ini").string();
+    char* argv[] = {const_cast<char*>("test"), ini.data()};
+    ASSERT_EQ(NotesInitExtended(2, argv), NOERROR);
   }
   void TearDown() override { std::filesystem::remove_all(dir_); }
 
   // Parses xml as a request file into context_; returns xmlParser's result.
   int parse(const std::string& xml) {
-    path_ = (dir_ / "request.xml").string();
+    path_ = (dir_ / "spool" / "request.xml").string();
     std::ofstream(path_) << xml;
     return context_.xmlParser(path_);
   }
@@ -54,7 +60,7 @@ TEST_F(RequestParserTest, NamesMatchWithoutCaseAndAsPrefixes) {
 
   // Shorter than the keyword is no match: "User" is not "Username".
   IPOOO other;
-  path_ = (dir_ / "short.xml").string();
+  path_ = (dir_ / "spool" / "short.xml").string();
   std::ofstream(path_) << "<r><User MQName='Q'>x</User><Usernam MQName='Q'>y</Usernam></r>";
   other.xmlParser(path_);
   EXPECT_EQ(other.Username, "");
@@ -69,7 +75,7 @@ TEST_F(RequestParserTest, FirstRuleInTableOrderWins) {
 
   // An attribute named AppendSubjectDate never reaches the AppendSubject flag.
   IPOOO other;
-  path_ = (dir_ / "other.xml").string();
+  path_ = (dir_ / "spool" / "other.xml").string();
   std::ofstream(path_) << "<Username AppendSubjectDate='1'>u</Username>";
   other.xmlParser(path_);
   EXPECT_EQ(other.AppendSubjectDate, "1");
@@ -177,8 +183,8 @@ TEST_F(RequestParserTest, EmptyOrBrokenDocumentsRaiseFromXmlParser) {
 }
 
 TEST_F(RequestParserTest, ExternalEntitiesAreNotFetched) {
-  std::ofstream(dir_ / "secret.txt") << "secret";
-  parse("<!DOCTYPE r [<!ENTITY s SYSTEM '" + (dir_ / "secret.txt").string() +
+  std::ofstream(dir_ / "spool" / "secret.txt") << "secret";
+  parse("<!DOCTYPE r [<!ENTITY s SYSTEM '" + (dir_ / "spool" / "secret.txt").string() +
         "'>]><r><Username MQName='q'>a&s;b</Username></r>");
   EXPECT_EQ(context_.Username.find("secret"), std::string::npos);
 }

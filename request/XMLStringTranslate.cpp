@@ -5,10 +5,14 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
+#include "osenv.h"
 #include "osmisc.h"
+#include "request/IPException.h"
+#include "request/TaskLog.h"
 
 using namespace xercesc;
 
@@ -16,31 +20,71 @@ namespace {
 
 const XMLCh kEmptyText[1] = {0};
 
+constexpr const char* kReplyOnTextError = "OOOTextErrorReply";
+
+thread_local const std::string* t_requestUser = nullptr;
+thread_local const std::string* t_request = nullptr;
+
+std::string orUnknown(const std::string* text) { return text != nullptr && !text->empty() ? *text : "unknown"; }
+
 // A text that does not come back unchanged from its XMLCh form must not be
-// used: stop here, in the form of a failed assertion of the converter.
-[[noreturn]] void roundTripFailed() {
+// used. The administrator learns from the server log whose request it was;
+// then the process stops, in the form of a failed assertion of the converter,
+// unless the server is set to fail only the request.
+void roundTripFailed() {
+  const bool replyInstead = OSGetEnvironmentLong(kReplyOnTextError) == 1;
+  taskLog("Text conversion failed for [" + orUnknown(t_requestUser) + "] in request " + orUnknown(t_request) +
+          (replyInstead ? ": the request is refused" : ": the task stops"));
+  if (replyInstead) throw IPException("translate", "The text cannot be converted");
   std::fprintf(stderr, "XMLStringTranslate:123: const XMLCh* const XMLStringTranslate::translate(const char*): "
                        "Assertion `t1==t2' failed.\n");
   std::fflush(stderr);
   std::abort();
 }
 
-// Converts text in place with OSTranslate; lengths are 16-bit as the call takes them.
-void translateInPlace(WORD mode, std::string& text) {
+[[noreturn]] void tooLong(const char* function) {
+  throw IPException(function, "The text is longer than 65535 bytes and cannot be converted");
+}
+
+// Converts text in place with OSTranslate. The call takes 16-bit lengths, so
+// a text that does not fit is refused rather than cut.
+void translateInPlace(WORD mode, std::string& text, const char* function) {
   if (text.empty()) return;
+  constexpr size_t kLimit = XMLStringTranslate::kMaxConvertedBytes;
   const size_t inputLength = text.size();
-  const size_t outputCapacity = inputLength * 3 + 1;
+  if (inputLength > kLimit) tooLong(function);
+  const size_t wanted = inputLength * 3 + 1;
+  const size_t outputCapacity = std::min(wanted, kLimit);
   char* output = static_cast<char*>(std::malloc(outputCapacity + 1));
   if (output == nullptr) return;
   std::memset(output, 0, outputCapacity);
   WORD written = OSTranslate(mode, text.data(), static_cast<WORD>(inputLength), output,
                              static_cast<WORD>(outputCapacity));
+  // The platform cuts an output that does not fit before a character it
+  // cannot complete (at most 4 bytes): one that comes that close to a
+  // clamped capacity may have been cut.
+  constexpr size_t kLongestCharacter = 4;
+  if (outputCapacity < wanted && written + kLongestCharacter > outputCapacity) {
+    std::free(output);
+    tooLong(function);
+  }
   output[written] = '\0';
   text.assign(output, written);
   std::free(output);
 }
 
 }  // namespace
+
+TextRequestScope::TextRequestScope(const std::string& user, const std::string& request)
+    : outerUser_(t_requestUser), outerRequest_(t_request) {
+  t_requestUser = &user;
+  t_request = &request;
+}
+
+TextRequestScope::~TextRequestScope() {
+  t_requestUser = outerUser_;
+  t_request = outerRequest_;
+}
 
 XMLStringTranslate::XMLStringTranslate(const char* encoding) {
   encodingName_ = XMLString::transcode(encoding);
@@ -60,13 +104,20 @@ XMLStringTranslate::~XMLStringTranslate() {
 // The formatter hands over its output in pieces of at most its buffer size;
 // translate(const XMLCh*) starts each text afresh, so the pieces of one text
 // are collected here in order.
+// The array grows by doubling, so that a long text costs time in
+// proportion to its length.
 void XMLStringTranslate::writeChars(const XMLByte* toWrite, XMLSize_t count, XMLFormatter*) {
-  char* joined = new char[byteLength_ + count + 1]();
-  if (byteResult_ != nullptr) std::memcpy(joined, byteResult_, byteLength_);
-  std::memcpy(joined + byteLength_, toWrite, count);
-  delete[] byteResult_;
-  byteResult_ = joined;
+  if (byteResult_ == nullptr || byteLength_ + count + 1 > byteCapacity_) {
+    const size_t capacity = std::max(byteLength_ + count + 1, byteCapacity_ * 2);
+    char* joined = new char[capacity]();
+    if (byteResult_ != nullptr) std::memcpy(joined, byteResult_, byteLength_);
+    delete[] byteResult_;
+    byteResult_ = joined;
+    byteCapacity_ = capacity;
+  }
+  std::memcpy(byteResult_ + byteLength_, toWrite, count);
   byteLength_ += count;
+  byteResult_[byteLength_] = '\0';
 }
 
 void XMLStringTranslate::clearbuffer() {
@@ -77,6 +128,7 @@ std::string XMLStringTranslate::translate(const XMLCh* text) {
   delete[] byteResult_;
   byteResult_ = nullptr;
   byteLength_ = 0;
+  byteCapacity_ = 0;
   if (text != nullptr && *text != 0) formatter_->formatBuf(text, XMLString::stringLen(text));
   return byteResult_ == nullptr ? std::string() : std::string(byteResult_, byteLength_);
 }
@@ -102,11 +154,11 @@ const XMLCh* XMLStringTranslate::translate(const char* text) {
 }
 
 int XMLStringTranslate::TranslatorUTF8ToLMBCS(std::string& text) {
-  translateInPlace(OS_TRANSLATE_UTF8_TO_LMBCS, text);
+  translateInPlace(OS_TRANSLATE_UTF8_TO_LMBCS, text, "TranslatorUTF8ToLMBCS");
   return 1;
 }
 
 int XMLStringTranslate::TranslatorLMBCSToUTF8(std::string& text) {
-  translateInPlace(OS_TRANSLATE_LMBCS_TO_UTF8, text);
+  translateInPlace(OS_TRANSLATE_LMBCS_TO_UTF8, text, "TranslatorLMBCSToUTF8");
   return 1;
 }

@@ -8,6 +8,13 @@
 // trip (byte string -> XMLCh -> byte string), because it is not valid in the
 // encoding or is longer than the buffer, ends the process on the assertion
 // "t1==t2": such a text would otherwise reach a user's mail file mangled.
+// The server log gets a line naming the user and the request first. With the
+// notes.ini variable OOOTextErrorReply set to 1 the request fails instead
+// (IPException from "translate"), and the task goes on.
+//
+// The in-place LMBCS conversions hand 16-bit lengths to the platform: a text
+// that does not fit (65535 bytes in or out) is refused with an IPException
+// rather than cut.
 //
 // The XML toolkit must be initialised while an object exists. One object
 // belongs to one thread.
@@ -44,8 +51,11 @@ class XMLStringTranslate : public xercesc::XMLFormatTarget {
   // a static empty string for null or "") and is valid until the next call.
   const XMLCh* translate(const char* text);
 
-  // In-place conversion of a UTF-8 string to LMBCS and back. Both always
-  // return 1; a failed buffer allocation leaves the string unchanged.
+  // In-place conversion of a UTF-8 string to LMBCS and back. Both return 1;
+  // a failed buffer allocation leaves the string unchanged. A text of more
+  // than kMaxConvertedBytes, or whose converted form comes within a
+  // character of that limit, raises IPException.
+  static constexpr size_t kMaxConvertedBytes = 65535;
   int TranslatorUTF8ToLMBCS(std::string& text);
   int TranslatorLMBCSToUTF8(std::string& text);
 
@@ -55,6 +65,22 @@ class XMLStringTranslate : public xercesc::XMLFormatTarget {
   XMLCh* wideBuffer_ = nullptr;  // kWideChars + 1, so a full buffer stays terminated
   char* byteResult_ = nullptr;   // last formatted text, zero-terminated
   size_t byteLength_ = 0;
+  size_t byteCapacity_ = 0;
+};
+
+// The request the calling thread works on, named in the log line of a text
+// that fails its round trip. The request context sets it for the span of a
+// frame; user and request are read when the line is written.
+class TextRequestScope {
+ public:
+  TextRequestScope(const std::string& user, const std::string& request);
+  ~TextRequestScope();
+  TextRequestScope(const TextRequestScope&) = delete;
+  TextRequestScope& operator=(const TextRequestScope&) = delete;
+
+ private:
+  const std::string* outerUser_;
+  const std::string* outerRequest_;
 };
 
 class XStr {

@@ -6,27 +6,36 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <string>
 
+#include "osenv.h"
 #include "request/IPOOO.h"
 
 namespace {
 
-// The request file every input is written to; removed when the run ends.
-char g_requestPath[4096];
+// A data directory of the run's own, whose spool folder holds the request
+// file every input is written to; removed when the run ends.
+char g_dataDirectory[4096];
 
-void removeRequestFile() { std::remove(g_requestPath); }
+void removeDataDirectory() {
+  std::error_code ignored;
+  std::filesystem::remove_all(g_dataDirectory, ignored);
+}
 
 std::string requestPath() {
-  if (g_requestPath[0] == '\0') {
-    std::string name = "tarnwick_fuzz_request_";
-    name += std::to_string(::getpid());
-    name += ".xml";
-    std::snprintf(g_requestPath, sizeof g_requestPath, "%s",
-                  (std::filesystem::temp_directory_path() / name).c_str());
-    std::atexit(removeRequestFile);
+  if (g_dataDirectory[0] == '\0') {
+    const std::filesystem::path data =
+        std::filesystem::temp_directory_path() / ("tarnwick_fuzz_request_" + std::to_string(::getpid()));
+    std::snprintf(g_dataDirectory, sizeof g_dataDirectory, "%s", data.c_str());
+    std::filesystem::create_directories(data / "spool");
+    std::ofstream(data / "notes.ini") << "Directory=" << data.string() << "\n";
+    std::string ini = "=" + (data / "notes.ini").string();
+    char* argv[] = {const_cast<char*>("fuzz"), ini.data()};
+    NotesInitExtended(2, argv);
+    std::atexit(removeDataDirectory);
   }
-  return g_requestPath;
+  return (std::filesystem::path(g_dataDirectory) / "spool" / "request.xml").string();
 }
 
 }  // namespace

@@ -69,7 +69,7 @@ std::string& IPOOO::getOOOInfo(std::string& replyPath) {
   OSGetIntlSettings(&intl, sizeof intl);
   XMLStringTranslate utf8("utf-8");
   try {
-    ReplyDocument reply(replyPath);
+    ReplyDocument reply(openRequestFile(replyPath));
     DOMElement* root = reply.root();
     DOMElement* user = reply.createUser();
 

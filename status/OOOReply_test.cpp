@@ -75,7 +75,8 @@ class OOOReplyTest : public ::testing::Test {
     std::string ini = "=" + (dir_ / "notes.ini").string();
     char* argv[] = {const_cast<char*>("test"), ini.data()};
     ASSERT_EQ(NotesInitExtended(2, argv), NOERROR);
-    path_ = (dir_ / "reply.xml").string();
+    std::filesystem::create_directories(dir_ / "spool");
+    path_ = (dir_ / "spool" / "reply.xml").string();
     std::ofstream(path_) << "<request/>";
     fill(context_);
   }
@@ -200,7 +201,7 @@ TEST_F(OOOReplyTest, ATimeThatCannotBeConvertedLeavesAnEmptyReplyFile) {
 
 TEST_F(OOOReplyTest, DocumentKeepsFirstPlacesAndReplacesWhatXmlCannotCarry) {
   {
-    ReplyDocument reply(path_);
+    ReplyDocument reply(context_.openRequestFile(path_));
     EXPECT_EQ(fs::file_size(path_), 0u);  // opened, nothing written yet
     DOMElement* user = reply.createUser();
     reply.root()->appendChild(user);

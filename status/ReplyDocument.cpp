@@ -1,5 +1,6 @@
 #include "status/ReplyDocument.h"
 
+#include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/TransService.hpp>
 #include <xercesc/util/XMLChar.hpp>
 
@@ -65,9 +66,9 @@ void appendEscaped(std::u16string& out, const XMLCh* text, bool attribute) {
 
 }  // namespace
 
-ReplyDocument::ReplyDocument(const std::string& path) {
+ReplyDocument::ReplyDocument(RequestFile& file) : file_(file) {
   DOMImplementation* implementation = DOMImplementationRegistry::getDOMImplementation(u"LS");
-  target_ = std::make_unique<LocalFileFormatTarget>(path.c_str());
+  if (!file_.empty()) ThrowXML1(XMLPlatformUtilsException, XMLExcepts::File_CouldNotOpenFile, file_.path().c_str());
   document_ = implementation->createDocument(nullptr, u"OOOReadObject", nullptr);
   document_->setXmlStandalone(false);
 }
@@ -137,7 +138,5 @@ std::string ReplyDocument::serialise() const {
 
 void ReplyDocument::write() {
   const std::string text = serialise();
-  target_->writeChars(reinterpret_cast<const XMLByte*>(text.data()), text.size(), nullptr);
-  target_->flush();
-  target_.reset();
+  if (!file_.write(text)) ThrowXML(XMLPlatformUtilsException, XMLExcepts::File_CouldNotWriteToFile);
 }

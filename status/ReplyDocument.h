@@ -8,26 +8,28 @@
 // declaration the toolkit writes, then the elements with their attributes in
 // set order, in UTF-8.
 //
-// Lifetime: constructing one opens (and so empties) the reply file, as the
-// toolkit's file target does; nothing of the document reaches the file
-// before write(). Failures are the toolkit's XMLException and DOMException.
+// Lifetime: constructing one empties the reply file, the request's open
+// RequestFile (the reply goes through its descriptor, never by path);
+// nothing of the document reaches the file before write(). Failures are the
+// toolkit's XMLException (as its own file target raises them: the file
+// cannot be opened or written) and DOMException.
 // One object belongs to one thread; the XML toolkit must be initialised.
 #ifndef TARNWICK_STATUS_REPLYDOCUMENT_H
 #define TARNWICK_STATUS_REPLYDOCUMENT_H
 
 #include <xercesc/dom/DOM.hpp>
-#include <xercesc/framework/LocalFileFormatTarget.hpp>
 
 #include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
+#include "request/RequestFile.h"
+
 class ReplyDocument {
  public:
-  // Opens the reply file at path and creates the document with its root
-  // element OOOReadObject.
-  explicit ReplyDocument(const std::string& path);
+  // Empties the reply file and creates the document with its root element
+  // OOOReadObject. The file must stay open until write().
+  explicit ReplyDocument(RequestFile& file);
   ~ReplyDocument();
   ReplyDocument(const ReplyDocument&) = delete;
   ReplyDocument& operator=(const ReplyDocument&) = delete;
@@ -41,7 +43,7 @@ class ReplyDocument {
   // Sets an attribute of element; a name set again keeps its first place.
   void setAttribute(xercesc::DOMElement* element, const XMLCh* name, const XMLCh* value);
 
-  // Serialises the document into the reply file and closes the file.
+  // Serialises the document into the reply file.
   void write();
 
  private:
@@ -50,7 +52,7 @@ class ReplyDocument {
   void serialiseNode(const xercesc::DOMNode* node, std::u16string& out) const;
 
   xercesc::DOMDocument* document_ = nullptr;
-  std::unique_ptr<xercesc::LocalFileFormatTarget> target_;
+  RequestFile& file_;
   std::map<const xercesc::DOMElement*, std::vector<std::u16string>> attributeOrder_;
 };
 

@@ -21,6 +21,7 @@
 #include "osmisc.h"
 #include "request/IPOOO.h"
 #include "request/TaskLog.h"
+#include "setup/DatabaseSetup.h"
 #include "task/NDAgent.h"
 
 namespace {
@@ -29,16 +30,6 @@ constexpr const char* kProgramVersionLine = "Program Version 2.3.1 Build 2051";
 constexpr WORD kDirectoryLimit = 512;
 
 // --- Call points of the parts the task does not have yet -----------------
-
-// Provisioning of the application database "OOO.nsf" (creation from its
-// templates, design import and signing, access control), which also yields
-// the database's build version. Not part of the task yet: nothing is set up
-// and the build version stays 0, so no request asks the out-of-office
-// service interface.
-STATUS runFirstSetup(char* /*directory*/, WORD* buildVersion) {
-  *buildVersion = 0;
-  return NOERROR;
-}
 
 // The per-server settings document (server URL, iOS installation text, app
 // connection parameters). Not part of the task yet: the three texts stay
@@ -154,7 +145,7 @@ STATUS TaskHost::startUp() {
   char userName[MAXUSERNAME + 1] = {0};
   serverUserName_ = SECKFMGetUserName(userName) == NOERROR ? userName : "Unknown";
 
-  STATUS status = runFirstSetup(directory_, &buildVersion_);
+  STATUS status = FirstSetup(directory_, &buildVersion_);
   if (status != NOERROR) return status;
 
   taskLog("Initialization Complete");

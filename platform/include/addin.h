@@ -60,7 +60,9 @@ STATUS LNPUBLIC NotesInitModule(HMODULE *rethModule, HMODULE *rethInstance, HMOD
 
 /* Start and end of a task process: AddInSDKInit creates the default status
  * line, named after the program (the first 20 bytes of argv[0]'s file name),
- * and makes SIGTERM and SIGINT ask the task to end; AddInSDKTerm deletes the
+ * makes the data directory the process's working directory, as the server
+ * does for its tasks (ERR_NOEXIST when it cannot), and makes SIGTERM and
+ * SIGINT ask the task to end; AddInSDKTerm deletes the
  * task's status lines and returns its argument. */
 STATUS LNPUBLIC AddInSDKInit(int argc, char **argv);
 STATUS LNPUBLIC AddInSDKTerm(STATUS status);

@@ -32,6 +32,15 @@ void LNPUBLIC OSSetEnvironmentInt(const char *VariableName, int Value);
  * MAXPATH bytes; returns its length. */
 WORD LNPUBLIC OSGetDataDirectory(char *retPath);
 
+/* Additions of this runtime for its own tools. */
+
+/* Like OSSetEnvironmentVariable, but says when notes.ini could not be
+ * written (ERR_ACCESS). */
+STATUS LNPUBLIC OSSetEnvironmentVariableChecked(const char *VariableName, const char *Value);
+/* The notes.ini in use, NUL-terminated into retPath of MAXPATH bytes;
+ * returns its length (0: none is in use). */
+WORD LNPUBLIC OSGetNotesIniPath(char *retPath);
+
 TARNWICK_EXTERN_C_END
 
 #endif /* TARNWICK_OSENV_H */

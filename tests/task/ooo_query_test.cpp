@@ -171,7 +171,9 @@ class OOOQuery : public tarnwick::testing::MailDatabaseTest {
     context.Username = kJane;
     context.MailServer = server;
     context.MailBox = kJaneMail;
-    std::string path = (root_ / "reply.xml").string();
+    std::filesystem::create_directories(data() / "spool");
+    std::string path = (data() / "spool" / "reply.xml").string();
+    std::ofstream(path) << "<r/>";
     EXPECT_EQ(context.getOOO(path), "OK");
     return parseReply(readFile(path));
   }
@@ -712,7 +714,8 @@ TEST_F(OOOQuery, TaskProcessAnswersQueriesConcurrency) {
   queues_.push_back(replies);
 
   auto ask = [&](const std::string& name, const std::string& mailBox) {
-    const fs::path path = root_ / name;
+    fs::create_directories(data() / "spool");
+    const fs::path path = data() / "spool" / name;
     std::ofstream(path) << "<Username MQName='MQ$OOOServletList_7' Action='1' MailServer='" << kMail1 << "' MailBox='"
                         << mailBox << "'>" << kJane << "</Username>";
     std::string text = path.string();

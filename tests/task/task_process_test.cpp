@@ -17,6 +17,7 @@
 
 #include "globerr.h"
 #include "mq.h"
+#include "nsfdb.h"
 #include "osenv.h"
 #include "osmisc.h"
 
@@ -57,6 +58,9 @@ class TaskProcessConcurrency : public ::testing::Test {
     std::string ini = iniArgument(dir_ / "notes.ini");
     char* argv[] = {const_cast<char*>("test"), ini.data()};
     ASSERT_EQ(NotesInitExtended(2, argv), NOERROR);
+    // The task's application database is there, so its start-up finds
+    // nothing to provision.
+    ASSERT_EQ(NSFDbCreate("OOO.nsf", DBCLASS_BY_EXTENSION, FALSE), NOERROR);
   }
 
   void TearDown() override {
@@ -123,7 +127,8 @@ class TaskProcessConcurrency : public ::testing::Test {
   }
 
   std::string writeRequest(const std::string& name, const std::string& xml) {
-    std::string path = (dir_ / name).string();
+    std::filesystem::create_directories(dir_ / "spool");
+    std::string path = (dir_ / "spool" / name).string();
     std::ofstream(path) << xml;
     return path;
   }
@@ -200,7 +205,7 @@ TEST_F(TaskProcessConcurrency, StartsServesAndStops) {
                                 "StartTimeMonth='13'>Jane Doe/Org</Username>"));
   EXPECT_EQ(nextReply(replies), "receiveElements:The leaving date is invalid..");
   submit(requests, writeRequest("r2.xml", "<Username StartTimeMonth='13'>Jane</Username>"));
-  submit(requests, (dir_ / "missing.xml").string());
+  submit(requests, (dir_ / "spool" / "missing.xml").string());
   submit(requests, writeRequest("ND_REQUEST_MOBILE_OOO_r3.xml",
                                 "<Username MQName='MQ$OOOServletList_0' EndTimeMonth='0'>Jane</Username>"));
   EXPECT_EQ(nextReply(replies), "receiveElements:The leaving date is invalid..");

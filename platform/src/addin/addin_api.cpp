@@ -17,6 +17,8 @@
 #include "addin/program.h"
 #include "addin/server_log.h"
 #include "addin/task_registry.h"
+#include "core/api_guard.h"
+#include "env/environment.h"
 #include "globerr.h"
 #include "mq/message_queue.h"
 #include "osmisc.h"
@@ -195,68 +197,58 @@ void tarnwick::rt::remember_program_name(const char* argv0) { AddInTask::instanc
 extern "C" {
 
 void LNPUBLIC AddInQueryDefaults(HMODULE* rethModule, DHANDLE* rethDesc) {
-  try {
+  guarded_void([&] {
     if (rethModule != nullptr) *rethModule = kProgramModule;
     if (rethDesc != nullptr) *rethDesc = AddInTask::instance().default_line();
-  } catch (...) {
-  }
+  });
 }
 
 void LNPUBLIC AddInSetDefaults(HMODULE /*hModule*/, DHANDLE hDesc) {
-  try {
+  guarded_void([&] {
     AddInTask::instance().set_default_line(hDesc);
-  } catch (...) {
-  }
+  });
 }
 
 DHANDLE LNPUBLIC AddInCreateStatusLine(const char* TaskName) {
-  try {
+  return guarded_value<DHANDLE>(NULLHANDLE, [&]() -> DHANDLE {
     return AddInTask::instance().create_line(TaskName);
-  } catch (...) {
-    return NULLHANDLE;
-  }
+  });
 }
 
 void LNPUBLIC AddInDeleteStatusLine(DHANDLE hDesc) {
-  try {
+  guarded_void([&] {
     AddInTask::instance().delete_line(hDesc);
-  } catch (...) {
-  }
+  });
 }
 
 void LNPUBLIC AddInSetStatusLine(DHANDLE hDesc, const char* String) {
-  try {
+  guarded_void([&] {
     AddInTask::instance().set_text(hDesc, String);
-  } catch (...) {
-  }
+  });
 }
 
 void LNPUBLIC AddInSetStatusText(const char* String) {
-  try {
+  guarded_void([&] {
     AddInTask& task = AddInTask::instance();
     task.set_text(task.default_line(), String);
-  } catch (...) {
-  }
+  });
 }
 
 void LNVARARGS AddInLogMessageText(const char* String, STATUS AdditionalErrorCode, ...) {
   if (String == nullptr) return;
-  try {
-    va_list args;
-    va_start(args, AdditionalErrorCode);
+  va_list args;
+  va_start(args, AdditionalErrorCode);
+  guarded_void([&] {
     std::string text = format_message(String, args);
-    va_end(args);
     write_server_log(AddInTask::instance().task_name(), text + status_suffix(AdditionalErrorCode));
-  } catch (...) {
-  }
+  });
+  va_end(args);
 }
 
 BOOL LNPUBLIC AddInShouldTerminate(void) {
-  try {
+  return guarded_value<BOOL>(FALSE, [&]() -> BOOL {
     return should_terminate() ? TRUE : FALSE;
-  } catch (...) {
-    return FALSE;
-  }
+  });
 }
 
 BOOL LNPUBLIC AddInIdle(void) {
@@ -267,11 +259,9 @@ BOOL LNPUBLIC AddInIdle(void) {
 }
 
 BOOL LNPUBLIC AddInSecondsHaveElapsed(DWORD Seconds) {
-  try {
+  return guarded_value<BOOL>(FALSE, [&]() -> BOOL {
     return AddInTask::instance().has_elapsed(Seconds) ? TRUE : FALSE;
-  } catch (...) {
-    return FALSE;
-  }
+  });
 }
 
 BOOL LNPUBLIC AddInMinutesHaveElapsed(DWORD Minutes) {
@@ -286,7 +276,7 @@ STATUS LNPUBLIC NotesInitModule(HMODULE* rethModule, HMODULE* rethInstance, HMOD
 }
 
 STATUS LNPUBLIC AddInSDKInit(int argc, char** argv) {
-  try {
+  return guarded([&]() -> STATUS {
     struct sigaction action {};
     action.sa_handler = on_termination_signal;
     sigemptyset(&action.sa_mask);
@@ -294,20 +284,20 @@ STATUS LNPUBLIC AddInSDKInit(int argc, char** argv) {
     if (::sigaction(SIGTERM, &action, nullptr) != 0 || ::sigaction(SIGINT, &action, nullptr) != 0) {
       return ERR_NOT_SUPPORTED;
     }
+    // The server runs its tasks in its data directory: files a task names
+    // without a folder (a design file, say) are found there.
+    if (::chdir(data_directory().c_str()) != 0) return ERR_NOEXIST;
     AddInTask::instance().start(argc > 0 && argv != nullptr ? argv[0] : nullptr);
     // A task waiting on a queue ends its wait when asked to end.
     set_wait_interrupt(&should_terminate);
     return NOERROR;
-  } catch (...) {
-    return ERR_MEMORY;
-  }
+  });
 }
 
 STATUS LNPUBLIC AddInSDKTerm(STATUS status) {
-  try {
+  guarded_void([&] {
     AddInTask::instance().end();
-  } catch (...) {
-  }
+  });
   return status;
 }
 

@@ -11,6 +11,7 @@
 #include <sstream>
 #include <tuple>
 
+#include "core/private_files.h"
 #include "mq.h"
 #include "mq/liveness_lock.h"
 #include "mq/message_queue.h"
@@ -23,10 +24,12 @@ namespace {
 
 constexpr std::string_view kAliveSuffix = ".alive";
 
+// Empty when the shared state is refused.
 fs::path tasks_folder() {
-  fs::path folder = shared_state_root() / "tasks";
-  std::error_code ec;
-  fs::create_directories(folder, ec);
+  const fs::path shared = shared_state_root();
+  if (shared.empty()) return shared;
+  fs::path folder = shared / "tasks";
+  if (!make_private_folder(folder).empty()) return {};
   return folder;
 }
 
@@ -45,11 +48,7 @@ bool equal_no_case(std::string_view a, std::string_view b) {
 
 bool write_replacing(const fs::path& path, const std::string& content) {
   fs::path aside = path.parent_path() / ("." + path.filename().string() + ".new");
-  {
-    std::ofstream out(aside, std::ios::trunc);
-    out << content;
-    if (!out.flush()) return false;
-  }
+  if (!write_private_file(aside, content)) return false;
   std::error_code ec;
   fs::rename(aside, path, ec);
   return !ec;
@@ -67,8 +66,8 @@ class Publication {
     std::lock_guard guard(mutex_);
     forget_if_forked_locked();
     fs::path folder = tasks_folder();
-    if (lines.empty() || (alive_ && folder != folder_)) withdraw_locked();
-    if (lines.empty()) return;
+    if (lines.empty() || folder.empty() || (alive_ && folder != folder_)) withdraw_locked();
+    if (lines.empty() || folder.empty()) return;
     if (!alive_) {
       folder_ = folder;
       tag_ = process_instance_tag();
@@ -171,7 +170,7 @@ int request_task_quit(std::string_view task_name) {
     bool named = std::any_of(lines.begin(), lines.end(),
                              [&](const TaskStatusLine& line) { return equal_no_case(line.task_name, task_name); });
     if (!named) continue;
-    int fd = ::open((folder / (task.tag + ".quit")).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+    int fd = open_private_file(folder / (task.tag + ".quit"), O_WRONLY | O_CREAT);
     if (fd >= 0) {
       ::close(fd);
       ++asked;

@@ -7,7 +7,7 @@
 #include "core/handle_table.h"
 #include "globerr.h"
 #include "nsfnote.h"
-#include "store/api_guard.h"
+#include "core/api_guard.h"
 #include "store/database.h"
 #include "store/note.h"
 
@@ -26,7 +26,7 @@ struct Agent {
 extern "C" {
 
 STATUS LNPUBLIC AgentOpen(DBHANDLE hDB, NOTEID AgentNoteID, HAGENT* rethAgent) {
-  return store::guarded([&]() -> STATUS {
+  return guarded([&]() -> STATUS {
     if (rethAgent == nullptr) return ERR_BAD_PARAM;
     *rethAgent = NULLHANDLE;
     auto database = store::find_database(hDB);
@@ -44,7 +44,7 @@ STATUS LNPUBLIC AgentOpen(DBHANDLE hDB, NOTEID AgentNoteID, HAGENT* rethAgent) {
 }
 
 BOOL LNPUBLIC AgentIsEnabled(HAGENT hAgent) {
-  return store::guarded_value<BOOL>(FALSE, [&]() -> BOOL {
+  return guarded_value<BOOL>(FALSE, [&]() -> BOOL {
     auto agent = handles().find_as<Agent>(hAgent, HandleKind::kAgent);
     if (!agent) return FALSE;
     return agent->assist_flags.find(ASSIST_FLAG_ENABLED) != std::string::npos ? TRUE : FALSE;

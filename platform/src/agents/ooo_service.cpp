@@ -16,7 +16,7 @@
 #include "nsfdesign.h"
 #include "nsfnote.h"
 #include "oooapi.h"
-#include "store/api_guard.h"
+#include "core/api_guard.h"
 #include "store/database.h"
 #include "store/note.h"
 
@@ -154,7 +154,7 @@ STATUS LNPUBLIC OOOTerm(void) {
 
 STATUS LNPUBLIC OOOStartOperation(const char* pMailOwnerName, const char* pHomeMailServer, BOOL /*bHomeMailServer*/,
                                   DHANDLE hMailFile, OOOCTXHANDLE* hOOOContext, OOOCTXPTR** pOOOOContext) {
-  return store::guarded([&]() -> STATUS {
+  return guarded([&]() -> STATUS {
     if (g_init_count.load() <= 0) return ERR_OOO_MISSING_INIT;
     if (pMailOwnerName == nullptr || pMailOwnerName[0] == '\0' || hOOOContext == nullptr || pOOOOContext == nullptr) {
       return ERR_OOO_MISSING_PARAM;
@@ -185,7 +185,7 @@ STATUS LNPUBLIC OOOStartOperation(const char* pMailOwnerName, const char* pHomeM
 }
 
 STATUS LNPUBLIC OOOGetState(OOOCTXPTR* pOOOContext, WORD* retVersion, WORD* retState) {
-  return store::guarded([&]() -> STATUS {
+  return guarded([&]() -> STATUS {
     if (g_init_count.load() <= 0) return ERR_OOO_MISSING_INIT;
     if (pOOOContext == nullptr || retVersion == nullptr) return ERR_OOO_MISSING_PARAM;
     auto context = find_context(pOOOContext);
@@ -197,7 +197,7 @@ STATUS LNPUBLIC OOOGetState(OOOCTXPTR* pOOOContext, WORD* retVersion, WORD* retS
 }
 
 STATUS LNPUBLIC OOOEndOperation(OOOCTXHANDLE hOOOContext, OOOCTXPTR* pOOOContext) {
-  return store::guarded([&]() -> STATUS {
+  return guarded([&]() -> STATUS {
     auto context = handles().find_as<Context>(hOOOContext, HandleKind::kOooContext);
     // The pointer must be the one handed out with this handle.
     if (!context || (pOOOContext != nullptr && pOOOContext != &context->slot)) return ERR_OOO_MISSING_PARAM;

@@ -12,7 +12,7 @@
 #include "names/distinguished_name.h"
 #include "nsfdata.h"
 #include "osmem.h"
-#include "store/api_guard.h"
+#include "core/api_guard.h"
 #include "store/note.h"
 #include "textlist.h"
 
@@ -135,7 +135,7 @@ using namespace tarnwick::rt::directory;
 extern "C" STATUS LNPUBLIC MailExpandNames(DHANDLE hWorkList, WORD /*WorkListSize*/, DHANDLE* hOutputList,
                                            WORD* OutputListSize, BOOL UseExpanded, DHANDLE hRecipsExpanded) {
   FreeOnExit work{hWorkList};
-  return store::guarded([&]() -> STATUS {
+  return guarded([&]() -> STATUS {
     if (hOutputList == nullptr) return ERR_BAD_PARAM;
     *hOutputList = NULLHANDLE;
     if (OutputListSize != nullptr) *OutputListSize = 0;

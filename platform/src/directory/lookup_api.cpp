@@ -20,7 +20,7 @@
 #include "globerr.h"
 #include "lookup.h"
 #include "nsfdata.h"
-#include "store/api_guard.h"
+#include "core/api_guard.h"
 #include "store/note.h"
 
 namespace tarnwick::rt::directory {
@@ -172,7 +172,7 @@ extern "C" {
 
 STATUS LNPUBLIC NAMELookup2(const char* ServerName, DWORD Flags, WORD NumNameSpaces, const char* NameSpaces,
                             WORD NumNames, const char* Names, WORD NumItems, const char* Items, DHANDLE* rethBuffer) {
-  return store::guarded([&]() -> STATUS {
+  return guarded([&]() -> STATUS {
     if (rethBuffer == nullptr) return ERR_BAD_PARAM;
     *rethBuffer = NULLHANDLE;
     if (NumNames == 0 || NumNameSpaces == 0 || NameSpaces == nullptr || Names == nullptr) return ERR_BAD_PARAM;

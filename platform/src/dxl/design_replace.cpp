@@ -12,7 +12,7 @@
 #include "globerr.h"
 #include "nsfdb.h"
 #include "nsfnote.h"
-#include "store/api_guard.h"
+#include "core/api_guard.h"
 #include "store/database.h"
 #include "store/ids.h"
 #include "store/note.h"
@@ -178,7 +178,7 @@ STATUS replace_design(store::Database& template_db, store::Database& database, D
 
 extern "C" STATUS LNPUBLIC DesignReplace(DBHANDLE hTemplateDB, DBHANDLE hDestDB, DWORD dwFlags, DWORD dwOptions,
                                          ABORTCHECKPROC AbortCheck) {
-  return store::guarded([&]() -> STATUS {
+  return guarded([&]() -> STATUS {
     auto template_db = store::find_database(hTemplateDB);
     auto database = store::find_database(hDestDB);
     if (!template_db || !database) return ERR_DB_NOT_OPEN;

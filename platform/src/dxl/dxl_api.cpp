@@ -12,7 +12,7 @@
 #include "dxl/xml_tree.h"
 #include "dxlimport.h"
 #include "globerr.h"
-#include "store/api_guard.h"
+#include "core/api_guard.h"
 #include "store/database.h"
 
 using namespace tarnwick::rt;
@@ -69,7 +69,7 @@ STATUS read_input(XML_READ_FUNCTION reader, void* action, std::string* input) {
 extern "C" {
 
 STATUS LNPUBLIC DXLCreateImporter(DXLIMPORTHANDLE* prethDXLImport) {
-  return store::guarded([&]() -> STATUS {
+  return guarded([&]() -> STATUS {
     if (prethDXLImport == nullptr) return ERR_DXL_INVALID_PARAMETER;
     *prethDXLImport = handles().add(HandleKind::kDxlImporter, std::make_shared<Importer>());
     return NOERROR;
@@ -77,14 +77,14 @@ STATUS LNPUBLIC DXLCreateImporter(DXLIMPORTHANDLE* prethDXLImport) {
 }
 
 STATUS LNPUBLIC DXLDeleteImporter(DXLIMPORTHANDLE hDXLImport) {
-  return store::guarded([&]() -> STATUS {
+  return guarded([&]() -> STATUS {
     if (hDXLImport == NULLHANDLE) return NOERROR;
     return handles().remove(hDXLImport, HandleKind::kDxlImporter) ? NOERROR : ERR_DXL_INVALID_PARAMETER;
   });
 }
 
 STATUS LNPUBLIC DXLSetImporterProperty(DXLIMPORTHANDLE hDXLImport, DXL_IMPORT_PROPERTY prop, void* propValue) {
-  return store::guarded([&]() -> STATUS {
+  return guarded([&]() -> STATUS {
     auto importer = find_importer(hDXLImport);
     if (!importer) return ERR_DXL_INVALID_PARAMETER;
     if (propValue == nullptr) return ERR_DXL_INVALID_PROPERTY_VALUE;
@@ -134,7 +134,7 @@ STATUS LNPUBLIC DXLSetImporterProperty(DXLIMPORTHANDLE hDXLImport, DXL_IMPORT_PR
 }
 
 STATUS LNPUBLIC DXLGetImporterProperty(DXLIMPORTHANDLE hDXLImport, DXL_IMPORT_PROPERTY prop, void* retPropValue) {
-  return store::guarded([&]() -> STATUS {
+  return guarded([&]() -> STATUS {
     auto importer = find_importer(hDXLImport);
     if (!importer) return ERR_DXL_INVALID_PARAMETER;
     if (retPropValue == nullptr) return ERR_DXL_INVALID_PROPERTY_VALUE;
@@ -180,7 +180,7 @@ STATUS LNPUBLIC DXLGetImporterProperty(DXLIMPORTHANDLE hDXLImport, DXL_IMPORT_PR
 
 STATUS LNPUBLIC DXLImport(DXLIMPORTHANDLE hDXLImport, XML_READ_FUNCTION pDXLReaderFunc, DBHANDLE hDB,
                           void* pImAction) {
-  return store::guarded([&]() -> STATUS {
+  return guarded([&]() -> STATUS {
     auto importer = find_importer(hDXLImport);
     if (!importer || pDXLReaderFunc == nullptr) return ERR_DXL_INVALID_PARAMETER;
     std::lock_guard lock(importer->mutex);
@@ -201,7 +201,7 @@ STATUS LNPUBLIC DXLImport(DXLIMPORTHANDLE hDXLImport, XML_READ_FUNCTION pDXLRead
 }
 
 BOOL LNPUBLIC DXLImportWasErrorLogged(DXLIMPORTHANDLE hDXLImport) {
-  return store::guarded_value<BOOL>(FALSE, [&]() -> BOOL {
+  return guarded_value<BOOL>(FALSE, [&]() -> BOOL {
     auto importer = find_importer(hDXLImport);
     if (!importer) return FALSE;
     std::lock_guard lock(importer->mutex);

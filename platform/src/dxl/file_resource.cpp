@@ -9,7 +9,7 @@
 #include "nsfdata.h"
 #include "nsfdesign.h"
 #include "nsfnote.h"
-#include "store/api_guard.h"
+#include "core/api_guard.h"
 
 namespace tarnwick::rt::dxl {
 
@@ -67,7 +67,7 @@ STATUS find_file_resource(store::Database& database, std::string_view name, std:
 extern "C" STATUS LNPUBLIC TarnwickFileResourceRead(DBHANDLE hDB, const char* Name, DHANDLE* rethData,
                                                     DWORD* retLength, char* retMimeType, WORD MimeTypeSize) {
   using namespace tarnwick::rt;
-  return store::guarded([&]() -> STATUS {
+  return guarded([&]() -> STATUS {
     if (Name == nullptr || rethData == nullptr || retLength == nullptr) return ERR_BAD_PARAM;
     *rethData = NULLHANDLE;
     *retLength = 0;

@@ -12,7 +12,7 @@
 #include "globerr.h"
 #include "nsfdb.h"
 #include "nsfnote.h"
-#include "store/api_guard.h"
+#include "core/api_guard.h"
 #include "store/database.h"
 
 using namespace tarnwick::rt;
@@ -70,7 +70,7 @@ STATUS build(const char* dxl_path, const char* template_path, const char* templa
 
 extern "C" STATUS LNPUBLIC TarnwickTemplateFromDXL(const char* DxlFilePath, const char* TemplatePath,
                                                    const char* TemplateName, DHANDLE* rethLog) {
-  return store::guarded([&]() -> STATUS {
+  return guarded([&]() -> STATUS {
     if (rethLog != nullptr) *rethLog = NULLHANDLE;
     if (DxlFilePath == nullptr || TemplatePath == nullptr) return ERR_DXL_INVALID_PARAMETER;
     return build(DxlFilePath, TemplatePath, TemplateName, rethLog);

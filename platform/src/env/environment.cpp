@@ -13,6 +13,7 @@
 #include <sstream>
 #include <vector>
 
+#include "core/api_guard.h"
 #include "globerr.h"
 #include "osenv.h"
 
@@ -207,15 +208,13 @@ using namespace tarnwick::rt;
 extern "C" {
 
 STATUS LNPUBLIC NotesInitExtended(int argc, char** argv) {
-  try {
+  return guarded([&]() -> STATUS {
     for (int i = 1; i < argc && argv != nullptr; ++i) {
       if (argv[i] != nullptr && argv[i][0] == '=' && argv[i][1] != '\0') return load_environment(argv[i] + 1);
     }
     const char* from_env = std::getenv("NOTES_INI");
     return load_environment((from_env && *from_env) ? from_env : "notes.ini");
-  } catch (...) {
-    return ERR_NOEXIST;
-  }
+  });
 }
 
 void LNPUBLIC NotesTerm(void) {}
@@ -224,7 +223,7 @@ void LNPUBLIC NotesTermThread(void) {}
 
 BOOL LNPUBLIC OSGetEnvironmentString(const char* VariableName, char* retValueBuffer, WORD BufferLength) {
   if (VariableName == nullptr) return FALSE;
-  try {
+  return guarded_value<BOOL>(FALSE, [&]() -> BOOL {
     auto value = get_environment(VariableName);
     if (retValueBuffer != nullptr) {
       size_t length = value ? std::min<size_t>(value->size(), BufferLength) : 0;
@@ -232,27 +231,22 @@ BOOL LNPUBLIC OSGetEnvironmentString(const char* VariableName, char* retValueBuf
       retValueBuffer[length] = '\0';
     }
     return value ? TRUE : FALSE;
-  } catch (...) {
-    return FALSE;
-  }
+  });
 }
 
 long LNPUBLIC OSGetEnvironmentLong(const char* VariableName) {
   if (VariableName == nullptr) return 0;
-  try {
+  return guarded_value<long>(0, [&]() -> long {
     auto value = get_environment(VariableName);
     return value ? std::strtol(value->c_str(), nullptr, 10) : 0;
-  } catch (...) {
-    return 0;
-  }
+  });
 }
 
 void LNPUBLIC OSSetEnvironmentVariable(const char* VariableName, const char* Value) {
   if (VariableName == nullptr || *VariableName == '\0') return;
-  try {
+  guarded_void([&] {
     set_environment(VariableName, Value ? Value : "");
-  } catch (...) {
-  }
+  });
 }
 
 void LNPUBLIC OSSetEnvironmentInt(const char* VariableName, int Value) {
@@ -261,17 +255,37 @@ void LNPUBLIC OSSetEnvironmentInt(const char* VariableName, int Value) {
 
 WORD LNPUBLIC OSGetDataDirectory(char* retPath) {
   if (retPath == nullptr) return 0;
-  try {
+  retPath[0] = '\0';
+  return guarded_value<WORD>(0, [&]() -> WORD {
     std::string dir = data_directory().string();
     while (dir.size() > 1 && dir.back() == '/') dir.pop_back();
     size_t length = std::min<size_t>(dir.size(), MAXPATH - 1);
     std::memcpy(retPath, dir.data(), length);
     retPath[length] = '\0';
     return static_cast<WORD>(length);
-  } catch (...) {
-    retPath[0] = '\0';
-    return 0;
-  }
+  });
+}
+
+}  // extern "C"
+
+extern "C" {
+
+STATUS LNPUBLIC OSSetEnvironmentVariableChecked(const char* VariableName, const char* Value) {
+  if (VariableName == nullptr || *VariableName == '\0') return ERR_BAD_PARAM;
+  return guarded([&]() -> STATUS {
+    return set_environment(VariableName, Value ? Value : "") ? NOERROR : ERR_ACCESS;
+  });
+}
+
+WORD LNPUBLIC OSGetNotesIniPath(char* retPath) {
+  if (retPath == nullptr) return 0;
+  retPath[0] = '\0';
+  return guarded_value<WORD>(0, [&]() -> WORD {
+    const std::string path = ini_path().string();
+    if (path.size() >= MAXPATH) return 0;
+    std::memcpy(retPath, path.c_str(), path.size() + 1);
+    return static_cast<WORD>(path.size());
+  });
 }
 
 }  // extern "C"

@@ -62,6 +62,25 @@ TEST_F(EnvironmentTest, WritesGoToTheFileAtomicallyAndKeepOtherLines) {
   }
 }
 
+TEST_F(EnvironmentTest, CheckedWritesReportAFileThatCannotBeWritten) {
+  char path[MAXPATH];
+  ASSERT_GT(OSGetNotesIniPath(path), 0);
+  EXPECT_TRUE(fs::equivalent(path, ini_)) << path;
+  EXPECT_EQ(OSSetEnvironmentVariableChecked("OOODirectory", "ooo"), NOERROR);
+  char value[MAXENVVALUE];
+  ASSERT_TRUE(OSGetEnvironmentString("OOODirectory", value, sizeof value - 1));
+  EXPECT_STREQ(value, "ooo");
+  // A folder where the writer makes its new copy of the file: no write can
+  // succeed, whoever runs the test.
+  fs::path blocker = ini_;
+  blocker += ".tmp." + std::to_string(::getpid());
+  fs::create_directory(blocker);
+  EXPECT_EQ(OSSetEnvironmentVariableChecked("OOODirectory", "other"), ERR_ACCESS);
+  fs::remove(blocker);
+  EXPECT_EQ(OSSetEnvironmentVariableChecked("", "x"), ERR_BAD_PARAM);
+  EXPECT_EQ(OSSetEnvironmentVariableChecked(nullptr, "x"), ERR_BAD_PARAM);
+}
+
 TEST_F(EnvironmentTest, SeesChangesMadeByAnotherWriter) {
   EXPECT_EQ(OSGetEnvironmentLong("OOOWorkers"), 8);
   // Another process rewrites the file (as the admin tool's "env set" does).

@@ -26,7 +26,7 @@
 #include "nsfdb.h"
 #include "nsfnote.h"
 #include "osmem.h"
-#include "store/api_guard.h"
+#include "core/api_guard.h"
 #include "store/database.h"
 #include "store/note.h"
 
@@ -338,7 +338,7 @@ STATUS form_fields(store::Note& note, NOTEHANDLE form_handle, std::vector<FieldD
 extern "C" STATUS LNPUBLIC NSFNoteComputeWithForm(NOTEHANDLE hNote, NOTEHANDLE hFormNote, DWORD dwFlags,
                                                   CWF_ERROR_PROC ErrorRoutine, void* CallersContext) {
   using namespace tarnwick::rt;
-  return store::guarded([&]() -> STATUS {
+  return guarded([&]() -> STATUS {
     auto note = store::find_note(hNote);
     if (!note) return ERR_BAD_PARAM;
     std::vector<forms::FieldDefinition> fields;

@@ -5,6 +5,7 @@
 #include <new>
 #include <unordered_map>
 
+#include "core/api_guard.h"
 #include "core/handle_table.h"
 #include "core/memory.h"
 #include "formula.h"
@@ -102,7 +103,7 @@ STATUS LNPUBLIC NSFFormulaCompile(char* /*FormulaName*/, WORD /*FormulaNameLengt
   set_out<WORD>(retCompileErrorColumn, 0);
   set_out<WORD>(retCompileErrorOffset, 0);
   set_out<WORD>(retCompileErrorLength, 0);
-  try {
+  return guarded([&]() -> STATUS {
     const std::string_view source(FormulaText == nullptr ? "" : FormulaText, FormulaTextLength);
     CompileError error;
     if (source.size() + kCompiledHeaderSize > MAXWORD) {
@@ -123,11 +124,7 @@ STATUS LNPUBLIC NSFFormulaCompile(char* /*FormulaName*/, WORD /*FormulaNameLengt
     if (STATUS status = alloc_block_with(compiled, rethFormula)) return status;
     set_out(retFormulaLength, static_cast<WORD>(compiled.size()));
     return NOERROR;
-  } catch (const std::bad_alloc&) {
-    return ERR_MEMORY;
-  } catch (...) {
-    return ERR_FORMULA_COMPILATION;
-  }
+  });
 }
 
 STATUS LNPUBLIC NSFFormulaDecompile(char* pFormulaBuffer, BOOL fSelectionFormula, DHANDLE* rethFormulaText,
@@ -137,7 +134,7 @@ STATUS LNPUBLIC NSFFormulaDecompile(char* pFormulaBuffer, BOOL fSelectionFormula
   set_out<WORD>(retFormulaTextLength, 0);
   std::string_view source;
   if (!compiled_source(pFormulaBuffer, source)) return ERR_BAD_PARAM;
-  try {
+  return guarded([&]() -> STATUS {
     std::string text(source);
     if (fSelectionFormula) {
       const size_t first = text.find_first_not_of(" \t\r\n");
@@ -150,9 +147,7 @@ STATUS LNPUBLIC NSFFormulaDecompile(char* pFormulaBuffer, BOOL fSelectionFormula
     if (STATUS status = alloc_block_with(text, rethFormulaText)) return status;
     set_out(retFormulaTextLength, static_cast<WORD>(text.size()));
     return NOERROR;
-  } catch (const std::bad_alloc&) {
-    return ERR_MEMORY;
-  }
+  });
 }
 
 STATUS LNPUBLIC NSFFormulaGetSize(FORMULAHANDLE hFormula, WORD* retFormulaLength) {
@@ -168,7 +163,7 @@ STATUS LNPUBLIC NSFComputeStart(WORD /*Flags*/, void* lpCompiledFormula, HCOMPUT
   *rethCompute = NULLHANDLE;
   std::string_view source;
   if (!compiled_source(lpCompiledFormula, source)) return ERR_BAD_PARAM;
-  try {
+  return guarded([&]() -> STATUS {
     CompileError error;
     auto program = cached_parse(source, error);
     if (!program) return ERR_FORMULA_COMPILATION;
@@ -176,9 +171,7 @@ STATUS LNPUBLIC NSFComputeStart(WORD /*Flags*/, void* lpCompiledFormula, HCOMPUT
     compute->program = std::move(program);
     *rethCompute = handles().add(HandleKind::kCompute, std::move(compute));
     return NOERROR;
-  } catch (const std::bad_alloc&) {
-    return ERR_MEMORY;
-  }
+  });
 }
 
 STATUS LNPUBLIC NSFComputeStop(HCOMPUTE hCompute) {
@@ -194,7 +187,7 @@ STATUS LNPUBLIC NSFComputeEvaluate(HCOMPUTE hCompute, NOTEHANDLE hNote, DHANDLE*
   set_out<BOOL>(retNoteModified, FALSE);
   auto compute = handles().find_as<Compute>(hCompute, HandleKind::kCompute);
   if (!compute) return ERR_BAD_PARAM;
-  try {
+  return guarded([&]() -> STATUS {
     EvalResult result;
     if (hNote == NULLHANDLE) {
       MemoryFieldSource none;
@@ -221,11 +214,7 @@ STATUS LNPUBLIC NSFComputeEvaluate(HCOMPUTE hCompute, NOTEHANDLE hNote, DHANDLE*
     set_out<BOOL>(retNoteShouldBeDeleted, result.should_delete ? TRUE : FALSE);
     set_out<BOOL>(retNoteModified, result.modified ? TRUE : FALSE);
     return NOERROR;
-  } catch (const std::bad_alloc&) {
-    return ERR_MEMORY;
-  } catch (...) {
-    return ERR_COMPUTE_MEMORY_MAX;
-  }
+  });
 }
 
 }  // extern "C"

@@ -10,6 +10,8 @@
 #include <mutex>
 #include <unordered_set>
 
+#include "core/private_files.h"
+
 namespace tarnwick::rt {
 namespace {
 
@@ -75,7 +77,7 @@ std::unique_ptr<LivenessLock> LivenessLock::acquire(const std::filesystem::path&
   LockSet& set = lock_set();
   std::lock_guard guard(set.mutex);
   std::filesystem::path hidden = path.parent_path() / ("." + path.filename().string() + "." + set.tag);
-  int fd = ::open(hidden.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  int fd = open_private_file(hidden, O_RDWR | O_CREAT | O_TRUNC);
   if (fd < 0) return nullptr;
   struct flock lock = whole_file_write_lock();
   if (::fcntl(fd, F_OFD_SETLK, &lock) != 0 || ::rename(hidden.c_str(), path.c_str()) != 0) {

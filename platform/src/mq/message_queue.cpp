@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "globerr.h"
+#include "core/private_files.h"
 #include "mq.h"
 #include "mq/liveness_lock.h"
 #include "mq/shared_state.h"
@@ -160,7 +161,7 @@ class ChangeWatch {
 class TransitionLock {
  public:
   explicit TransitionLock(const fs::path& root) {
-    fd_ = ::open((root / ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+    fd_ = open_private_file(root / ".lock", O_RDWR | O_CREAT);
     if (fd_ < 0) return;
     while (::flock(fd_, LOCK_EX) != 0 && errno == EINTR) {
     }
@@ -196,14 +197,12 @@ DWORD read_quota(const fs::path& queue_dir) {
 bool make_queue_dir(const fs::path& queue_dir, std::string_view name, WORD quota) {
   std::error_code ec;
   fs::remove_all(queue_dir, ec);
-  if (!fs::create_directory(queue_dir, ec) || !fs::create_directory(queue_dir / "msgs", ec) ||
-      !fs::create_directory(queue_dir / "holders", ec)) {
+  if (!make_private_folder(queue_dir).empty() || !make_private_folder(queue_dir / "msgs").empty() ||
+      !make_private_folder(queue_dir / "holders").empty()) {
     return false;
   }
-  std::ofstream(queue_dir / "name") << name;  // only for listings: the key decides identity
-  std::ofstream out(queue_dir / "quota");
-  out << (quota == 0 ? MAXWORD : quota) << '\n';
-  return static_cast<bool>(out);
+  write_private_file(queue_dir / "name", name);  // only for listings: the key decides identity
+  return write_private_file(queue_dir / "quota", std::to_string(quota == 0 ? MAXWORD : quota) + "\n");
 }
 
 // The name a queue was made with; its key when the file is missing.
@@ -232,6 +231,7 @@ class QueueRegistry {
     auto key = queue_key(name);
     if (!key) return ERR_BAD_PARAM;
     fs::path root = queue_root();
+    if (root.empty()) return ERR_PROTECTED;
     std::lock_guard guard(mutex_);
     forget_if_forked_locked();
     TransitionLock transition(root);
@@ -249,6 +249,7 @@ class QueueRegistry {
     auto key = queue_key(name);
     if (!key) return ERR_BAD_PARAM;
     fs::path root = queue_root();
+    if (root.empty()) return ERR_PROTECTED;
     std::lock_guard guard(mutex_);
     forget_if_forked_locked();
     TransitionLock transition(root);
@@ -352,9 +353,10 @@ std::optional<std::string> queue_key(std::string_view name) {
 }
 
 fs::path queue_root() {
-  fs::path root = shared_state_root() / "mq";
-  std::error_code ec;
-  fs::create_directories(root, ec);
+  const fs::path shared = shared_state_root();
+  if (shared.empty()) return shared;
+  fs::path root = shared / "mq";
+  if (!make_private_folder(root).empty()) return {};
   return root;
 }
 
@@ -368,7 +370,7 @@ MessageQueue::MessageQueue(fs::path directory, DWORD quota)
 bool MessageQueue::quit_pending() const { return ::access(quit_flag_.c_str(), F_OK) == 0; }
 
 void MessageQueue::put_quit() {
-  int fd = ::open(quit_flag_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+  int fd = open_private_file(quit_flag_, O_WRONLY | O_CREAT);
   if (fd >= 0) ::close(fd);
 }
 
@@ -405,7 +407,7 @@ STATUS MessageQueue::put(WORD priority, const char* bytes, size_t length) {
                   put_sequence_++);
   }
   fs::path temporary = messages_ / (std::string(".") + name);
-  int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+  int fd = open_private_file(temporary, O_WRONLY | O_CREAT | O_EXCL);
   if (fd < 0) return errno == ENOENT ? ERR_NO_SUCH_MQ : ERR_PROTECTED;
   bool written = write_all(fd, bytes, length);
   ::close(fd);
@@ -511,7 +513,9 @@ bool put_quit_by_name(std::string_view name) {
 std::vector<QueueListing> list_queues() {
   std::vector<QueueListing> queues;
   std::error_code ec;
-  for (fs::directory_iterator it(queue_root(), ec), end; !ec && it != end; it.increment(ec)) {
+  const fs::path root = queue_root();
+  if (root.empty()) return queues;
+  for (fs::directory_iterator it(root, ec), end; !ec && it != end; it.increment(ec)) {
     const fs::path dir = it->path();
     if (!it->is_directory(ec) || !has_live_holder(dir)) continue;
     QueueListing listing;

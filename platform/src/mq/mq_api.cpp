@@ -2,6 +2,7 @@
 // message_queue.h. Nothing thrown inside may leave these functions.
 #include <memory>
 
+#include "core/api_guard.h"
 #include "core/handle_table.h"
 #include "globerr.h"
 #include "mq.h"
@@ -21,52 +22,44 @@ extern "C" {
 
 STATUS LNPUBLIC MQCreate(const char* QueueName, WORD Quota, DWORD /*Options*/) {
   if (QueueName == nullptr) return ERR_BAD_PARAM;
-  try {
+  return guarded([&]() -> STATUS {
     return create_queue(QueueName, Quota);
-  } catch (...) {
-    return ERR_MEMORY;
-  }
+  });
 }
 
 STATUS LNPUBLIC MQOpen(const char* QueueName, DWORD Options, MQHANDLE* retQueue) {
   if (retQueue != nullptr) *retQueue = NULLHANDLE;
   if (QueueName == nullptr || retQueue == nullptr) return ERR_BAD_PARAM;
-  try {
+  return guarded([&]() -> STATUS {
     std::shared_ptr<MessageQueue> queue;
     if (STATUS status = open_queue(QueueName, (Options & MQ_OPEN_CREATE) != 0, &queue)) return status;
     *retQueue = handles().add(HandleKind::kQueue, queue);
     return NOERROR;
-  } catch (...) {
-    return ERR_MEMORY;
-  }
+  });
 }
 
 STATUS LNPUBLIC MQClose(MQHANDLE Queue, DWORD /*Options*/) {
-  try {
+  return guarded([&]() -> STATUS {
     auto queue = handles().remove_as<MessageQueue>(Queue, HandleKind::kQueue);
     if (!queue) return ERR_MQ_EMPTY;
     return close_queue(queue);
-  } catch (...) {
-    return ERR_MEMORY;
-  }
+  });
 }
 
 STATUS LNPUBLIC MQPut(MQHANDLE Queue, WORD Priority, char* Buffer, WORD Length, DWORD /*Options*/) {
   if (Buffer == nullptr && Length > 0) return ERR_BAD_PARAM;
-  try {
+  return guarded([&]() -> STATUS {
     auto queue = find_queue(Queue);
     if (!queue) return ERR_MQ_EMPTY;
     return queue->put(Priority, Buffer, Length);
-  } catch (...) {
-    return ERR_MEMORY;
-  }
+  });
 }
 
 STATUS LNPUBLIC MQGet(MQHANDLE Queue, char* Buffer, WORD BufLength, DWORD Options, DWORD Timeout,
                       WORD* retMsgLength) {
   if (retMsgLength != nullptr) *retMsgLength = 0;
   if (Buffer == nullptr && BufLength > 0) return ERR_BAD_PARAM;
-  try {
+  return guarded([&]() -> STATUS {
     auto queue = find_queue(Queue);
     if (!queue) return ERR_MQ_EMPTY;
     // A timeout alone also makes the call wait (the add-in relies on it);
@@ -77,36 +70,29 @@ STATUS LNPUBLIC MQGet(MQHANDLE Queue, char* Buffer, WORD BufLength, DWORD Option
     STATUS status = queue->get(Buffer, BufLength, timeout_ms, &length);
     if (retMsgLength != nullptr) *retMsgLength = length;
     return status;
-  } catch (...) {
-    return ERR_MEMORY;
-  }
+  });
 }
 
 void LNPUBLIC MQPutQuitMsg(MQHANDLE Queue) {
-  try {
+  guarded_void([&] {
     if (auto queue = find_queue(Queue)) queue->put_quit();
-  } catch (...) {
-  }
+  });
 }
 
 BOOL LNPUBLIC MQIsQuitPending(MQHANDLE Queue) {
-  try {
+  return guarded_value<BOOL>(FALSE, [&]() -> BOOL {
     auto queue = find_queue(Queue);
     return queue && queue->quit_pending() ? TRUE : FALSE;
-  } catch (...) {
-    return FALSE;
-  }
+  });
 }
 
 WORD LNPUBLIC MQGetCount(MQHANDLE Queue) {
-  try {
+  return guarded_value<WORD>(0, [&]() -> WORD {
     auto queue = find_queue(Queue);
     if (!queue) return 0;
     size_t count = queue->count();
     return static_cast<WORD>(count > MAXWORD ? MAXWORD : count);
-  } catch (...) {
-    return 0;
-  }
+  });
 }
 
 }  // extern "C"

@@ -53,7 +53,7 @@ TEST(DistinguishedNames, AbbreviatedAndCanonicalFormsConvertBothWays) {
       {"Mail1/Acme", "CN=Mail1/O=Acme"},
       {"Jayne Doe/Inside Sales/Sales/ABCorp/US", "CN=Jayne Doe/OU=Inside Sales/OU=Sales/O=ABCorp/C=US"},
       {"Reuben D. Smith/Ottawa/Acme/CA", "CN=Reuben D. Smith/OU=Ottawa/O=Acme/C=CA"},
-      {"Jayne Doe/Sales$/Marketing/Lotus/GB", "CN=Jayne Doe/OU=Sales$/Marketing/O=Lotus/C=GB"},
+      {"Jayne Doe/Sales$/Marketing/Acme/GB", "CN=Jayne Doe/OU=Sales$/Marketing/O=Acme/C=GB"},
       {"Ann Lee/U4/U3/U2/U1/Acme/DE", "CN=Ann Lee/OU=U4/OU=U3/OU=U2/OU=U1/O=Acme/C=DE"},
       {"Srv1/Org@OrgDomain", "CN=Srv1/O=Org@OrgDomain"},
       {"Jo/Acme/USA", "CN=Jo/OU=Acme/O=USA"},   // three letters: an organisation
@@ -82,7 +82,7 @@ TEST(DistinguishedNames, FlatAndNonstandardNamesPassThroughUnchanged) {
       "John Doe",                                     // flat, with a space
       "Sales Team",                                   // a group name
       "jdoe@acme.com",                                // Internet address
-      "Jayne Doe <jdoe@lotus.com>",                   // with a phrase
+      "Jayne Doe <jdoe@acme.example>",                // with a phrase
       "CN=John/DC=acme/DC=com",                       // LDAP components
       "CN=John/O=Acme/OU=Sales",                      // out of order
       "CN=John/OU=Sales",                             // OU without O
@@ -100,7 +100,7 @@ TEST(DistinguishedNames, FlatAndNonstandardNamesPassThroughUnchanged) {
     EXPECT_EQ(abbreviated(name), name);
   }
   EXPECT_EQ(common_name("John Doe"), "John Doe");
-  EXPECT_EQ(common_name("Jayne Doe <jdoe@lotus.com>"), "Jayne Doe");
+  EXPECT_EQ(common_name("Jayne Doe <jdoe@acme.example>"), "Jayne Doe");
   EXPECT_FALSE(is_hierarchical("John Doe"));
   EXPECT_TRUE(is_hierarchical("John Doe/Acme"));
   EXPECT_FALSE(is_hierarchical("Ann/U5/U4/U3/U2/U1/Acme"));
@@ -139,15 +139,15 @@ TEST(DistinguishedNames, SameNameComparesCanonicalFormsWithoutCase) {
 }
 
 TEST(DistinguishedNames, ParseFillsComponentsWithRightmostUnitFirst) {
-  const char* name = "Jayne Doe/Sales$/Marketing/Lotus/GB";
+  const char* name = "Jayne Doe/Sales$/Marketing/Acme/GB";
   DN_COMPONENTS comp = parsed(name);
   EXPECT_EQ(comp.Flags, 0u);
   EXPECT_EQ(part(comp.CNLength, comp.CN), "Jayne Doe");
   EXPECT_EQ(part(comp.OULength[0], comp.OU[0]), "Sales$/Marketing");
   EXPECT_EQ(comp.OULength[1], 0);
-  EXPECT_EQ(part(comp.OLength, comp.O), "Lotus");
+  EXPECT_EQ(part(comp.OLength, comp.O), "Acme");
   EXPECT_EQ(part(comp.CLength, comp.C), "GB");
-  EXPECT_EQ(part(comp.HierarchyOnlyLength, comp.HierarchyOnly), "Sales$/Marketing/Lotus/GB");
+  EXPECT_EQ(part(comp.HierarchyOnlyLength, comp.HierarchyOnly), "Sales$/Marketing/Acme/GB");
   EXPECT_EQ(comp.Domain, nullptr);
   EXPECT_EQ(comp.CN, name);  // pointers into the input
 
@@ -163,13 +163,13 @@ TEST(DistinguishedNames, ParseFillsComponentsWithRightmostUnitFirst) {
 }
 
 TEST(DistinguishedNames, ParseOfFlatAddressAndCountryFirstNames) {
-  DN_COMPONENTS comp = parsed("Jayne Doe <jdoe@lotus.com>");
+  DN_COMPONENTS comp = parsed("Jayne Doe <jdoe@acme.example>");
   EXPECT_EQ(comp.Flags, static_cast<DWORD>(DN_NONDISTINGUISHED));
   EXPECT_EQ(part(comp.CNLength, comp.CN), "Jayne Doe");
   EXPECT_EQ(part(comp.PhraseLength, comp.Phrase), "Jayne Doe");
   EXPECT_EQ(part(comp.LPLength, comp.LP), "jdoe");
-  EXPECT_EQ(part(comp.DomainLength, comp.Domain), "lotus.com");
-  EXPECT_EQ(part(comp.Address821Length, comp.Address821), "jdoe@lotus.com");
+  EXPECT_EQ(part(comp.DomainLength, comp.Domain), "acme.example");
+  EXPECT_EQ(part(comp.Address821Length, comp.Address821), "jdoe@acme.example");
 
   comp = parsed("John Doe");
   EXPECT_EQ(comp.Flags, static_cast<DWORD>(DN_NONDISTINGUISHED));

@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "core/api_guard.h"
 #include "dname.h"
 #include "env/environment.h"
 #include "globerr.h"
@@ -96,6 +97,7 @@ STATUS parse_into(std::string_view name, DN_COMPONENTS& comp) {
 }  // namespace tarnwick::rt::names
 
 using namespace tarnwick::rt::names;
+using tarnwick::rt::guarded;
 
 extern "C" {
 
@@ -124,11 +126,9 @@ STATUS LNPUBLIC DNParse(DWORD /*Flags*/, const char* /*TemplateName*/, const cha
   const std::string_view name(InName);
   // Every part length must fit its WORD.
   if (name.size() > MAXWORD) return ERR_DN_PARSE;
-  try {
+  return guarded([&]() -> STATUS {
     return parse_into(name, *Comp);
-  } catch (const std::bad_alloc&) {
-    return ERR_MEMORY;
-  }
+  });
 }
 
 }  // extern "C"

@@ -6,13 +6,13 @@
 
 #include "acl.h"
 #include "core/memory.h"
-#include "directory/directory.h"
 #include "globerr.h"
 #include "osmem.h"
 #include "store/acl_api.h"
 #include "store/acl_model.h"
-#include "store/api_guard.h"
+#include "core/api_guard.h"
 #include "store/database.h"
+#include "store/group_membership.h"
 #include "store/note.h"
 
 using namespace tarnwick::rt;
@@ -186,7 +186,7 @@ STATUS LNPUBLIC ACLLookupAccess(DHANDLE hACL, const NAMES_LIST* pNamesList, WORD
       // The groups of the directory that hold the user (or one of the
       // user's groups) count as the user's names too.
       if (!names.front().empty()) {
-        for (std::string& group : directory::groups_containing(names)) {
+        for (std::string& group : groups_containing(names)) {
           if (std::find(names.begin(), names.end(), group) == names.end()) names.push_back(std::move(group));
         }
       }

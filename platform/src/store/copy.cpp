@@ -3,7 +3,7 @@
 #include "globerr.h"
 #include "nsfdb.h"
 #include "nsfnote.h"
-#include "store/api_guard.h"
+#include "core/api_guard.h"
 #include "store/database.h"
 #include "store/database_file.h"
 #include "store/paths.h"

@@ -15,6 +15,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "core/private_files.h"
 #include "globerr.h"
 #include "nsfdb.h"
 #include "ostime.h"
@@ -258,6 +259,11 @@ STATUS create_database_file(const std::filesystem::path& path, const CreateOptio
   const std::filesystem::path temporary = directory / temporary_name;
   ::unlink(temporary.c_str());
   remove_sidecars(temporary);
+  // Made empty with its final mode first: the database engine keeps the
+  // mode of a file it finds and gives its journal files the same.
+  int fd = open_private_file(temporary, O_RDWR | O_CREAT | O_EXCL);
+  if (fd < 0) return status_from_errno(errno);
+  ::close(fd);
   {
     std::unique_ptr<Connection> connection;
     if (STATUS error = Connection::open(temporary.string(), true, &connection)) return error;
@@ -310,6 +316,8 @@ STATUS acquire_connection(const std::filesystem::path& path, std::shared_ptr<Con
 
   std::unique_ptr<Connection> connection = pool().take(key, st.st_dev, st.st_ino);
   if (!connection) {
+    // Files made before databases were private are made private on first use.
+    if (st.st_uid == ::geteuid() && (st.st_mode & 077) != 0) ::chmod(path.c_str(), kPrivateFileMode);
     if (STATUS error = Connection::open(key, false, &connection)) return error;
     if (STATUS error = configure(*connection)) return error;
     if (STATUS error = check_schema(*connection)) return error;

@@ -139,13 +139,20 @@ TEST_F(DatabaseTest, BuildVersionAndIdentityArePerDatabaseAndPersist) {
   EXPECT_EQ(NSFDbGetBuildVersion(12345, &build), ERR_DB_NOT_OPEN);
 }
 
-TEST_F(DatabaseTest, AbsolutePathsAreTakenAsGiven) {
-  const fs::path outside = root_ / "elsewhere" / "abs.nsf";
-  ASSERT_EQ(NSFDbCreate(outside.c_str(), 0, FALSE), NOERROR);
+// An absolute path is taken as given when it names a file of the data
+// directory; one elsewhere does not exist for the server.
+TEST_F(DatabaseTest, AbsolutePathsAreTakenAsGivenInsideTheDataDirectory) {
+  const fs::path inside = data_ / "apps" / "abs.nsf";
+  ASSERT_EQ(NSFDbCreate(inside.c_str(), 0, FALSE), NOERROR);
   DBHANDLE db = NULLHANDLE;
-  ASSERT_EQ(NSFDbOpen(outside.c_str(), &db), NOERROR);
+  ASSERT_EQ(NSFDbOpen(inside.c_str(), &db), NOERROR);
   NSFDbClose(db);
-  EXPECT_FALSE(fs::exists(data_ / "elsewhere"));
+  ASSERT_EQ(NSFDbOpen("apps/abs.nsf", &db), NOERROR);
+  NSFDbClose(db);
+
+  const fs::path outside = root_ / "elsewhere" / "abs.nsf";
+  EXPECT_EQ(NSFDbCreate(outside.c_str(), 0, FALSE), ERR_NOEXIST);
+  EXPECT_FALSE(fs::exists(outside));
 }
 
 }  // namespace

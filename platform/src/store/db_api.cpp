@@ -8,7 +8,7 @@
 #include "nsfdb.h"
 #include "nsfnote.h"
 #include "store/acl_api.h"
-#include "store/api_guard.h"
+#include "core/api_guard.h"
 #include "store/database.h"
 #include "store/database_file.h"
 #include "store/ids.h"

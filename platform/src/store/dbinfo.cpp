@@ -7,7 +7,7 @@
 #include "acl.h"
 #include "globerr.h"
 #include "nsfdb.h"
-#include "store/api_guard.h"
+#include "core/api_guard.h"
 #include "store/database.h"
 
 using namespace tarnwick::rt;
@@ -101,16 +101,14 @@ void LNPUBLIC NSFDbInfoParse(const char* Info, WORD What, char* Buffer, WORD Len
 
 void LNPUBLIC NSFDbInfoModify(char* Info, WORD What, const char* Buffer) {
   if (Info == nullptr || What > INFOPARSE_DESIGN_CLASS) return;
-  try {
+  guarded_void([&] {
     Fields fields = parse_info(bounded(Info));
     fields[What] = Buffer ? std::string(bounded(Buffer)) : std::string();
     const std::string info = build_info(fields);
     const size_t length = std::min(info.size(), static_cast<size_t>(NSF_INFO_SIZE - 1));
     std::memcpy(Info, info.data(), length);
     Info[length] = '\0';
-  } catch (...) {
-    // Out of memory: the buffer stays as it was.
-  }
+  });
 }
 
 }  // extern "C"

@@ -6,7 +6,7 @@
 #include "nsfdb.h"
 #include "nsfdesign.h"
 #include "nsfnote.h"
-#include "store/api_guard.h"
+#include "core/api_guard.h"
 #include "store/database.h"
 
 using namespace tarnwick::rt;

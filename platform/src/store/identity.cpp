@@ -24,7 +24,7 @@
 #include "kfm.h"
 #include "nsfdata.h"
 #include "nsfnote.h"
-#include "store/api_guard.h"
+#include "core/api_guard.h"
 #include "store/ids.h"
 #include "store/item_codec.h"
 #include "store/note.h"

@@ -6,7 +6,7 @@
 #include "globerr.h"
 #include "nsfnote.h"
 #include "osmem.h"
-#include "store/api_guard.h"
+#include "core/api_guard.h"
 #include "store/note.h"
 #include "store/value_check.h"
 

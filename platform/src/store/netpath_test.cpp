@@ -94,4 +94,33 @@ TEST_F(ServersTest, OtherServersAreTheirDirectoriesAndUnreachableOnesFail) {
   EXPECT_EQ(NSFDbOpen("CN=Mail2/O=Org!!mail\\missing.nsf", &db), ERR_NOEXIST);
 }
 
+// Database paths never lead out of the server's directories: not by "..",
+// not by an absolute path, not through a link inside the data directory.
+TEST_F(ServersTest, PathsOutsideTheServersDirectoriesDoNotExist) {
+  create_with_marker("mail\\jdoe.nsf", "local");
+  create_with_marker("CN=Mail2/O=Org!!mail\\jdoe.nsf", "mail2");
+  fs::create_directories(root_ / "mail");
+  fs::copy_file(data_ / "mail" / "jdoe.nsf", root_ / "mail" / "stolen.nsf");
+  fs::create_directory_symlink(root_ / "mail", data_ / "linked");
+
+  const std::string outside = (root_ / "mail" / "stolen.nsf").string();
+  const std::string escaping = "../" + root_.filename().string() + "/mail/stolen.nsf";
+  const std::string through_mail = "mail/../../" + root_.filename().string() + "/mail/stolen.nsf";
+  for (const std::string& path : {outside, escaping, through_mail, std::string("linked/stolen.nsf"),
+                                  "CN=Srv1/O=Org!!" + escaping, std::string("..")}) {
+    DBHANDLE db = NULLHANDLE;
+    EXPECT_EQ(NSFDbOpen(path.c_str(), &db), ERR_NOEXIST) << path;
+    EXPECT_EQ(NSFDbCreate(path.c_str(), 0, FALSE), ERR_NOEXIST) << path;
+  }
+  EXPECT_FALSE(fs::exists(root_ / "mail" / ".." / "stolen.nsf"));
+
+  // Inside, every spelling still works, an absolute one too.
+  for (const std::string& path : {std::string("mail/jdoe.nsf"), (data_ / "mail" / "jdoe.nsf").string(),
+                                  std::string("mail/./x/../jdoe.nsf"), std::string("Mail2/Org!!mail/jdoe.nsf")}) {
+    DBHANDLE db = NULLHANDLE;
+    EXPECT_EQ(NSFDbOpen(path.c_str(), &db), NOERROR) << path;
+    NSFDbClose(db);
+  }
+}
+
 }  // namespace

@@ -5,7 +5,7 @@
 #include "core/handle_table.h"
 #include "globerr.h"
 #include "nsfnote.h"
-#include "store/api_guard.h"
+#include "core/api_guard.h"
 #include "store/database.h"
 #include "store/ids.h"
 

@@ -10,7 +10,7 @@
 #include "env/environment.h"
 #include "globerr.h"
 #include "netpath.h"
-#include "store/api_guard.h"
+#include "core/api_guard.h"
 #include "store/note.h"
 
 namespace tarnwick::rt::store {
@@ -112,6 +112,35 @@ void copy_out(std::string_view text, char* out) {
   out[length] = '\0';
 }
 
+// Whether `path` lies inside `folder` (or is the folder itself), by name and,
+// for the parts that exist, after links are followed.
+bool is_inside(const std::filesystem::path& path, const std::filesystem::path& folder) {
+  auto contains = [](const std::filesystem::path& outer, const std::filesystem::path& inner) {
+    auto o = outer.begin();
+    auto i = inner.begin();
+    for (; o != outer.end(); ++o, ++i) {
+      if (o->empty()) continue;  // a trailing separator
+      if (i == inner.end() || *o != *i) return false;
+    }
+    return true;
+  };
+  if (!contains(folder.lexically_normal(), path.lexically_normal())) return false;
+  std::error_code ec;
+  const std::filesystem::path real_folder = std::filesystem::weakly_canonical(folder, ec);
+  if (ec) return false;
+  const std::filesystem::path real_path = std::filesystem::weakly_canonical(path, ec);
+  return !ec && contains(real_folder, real_path);
+}
+
+// A database of this server must be a file below its data directory: a
+// request may name a mail file, but never reach another directory's.
+STATUS confined(const std::filesystem::path& file, const std::filesystem::path& folder,
+                std::filesystem::path* out) {
+  if (!is_inside(file, folder) || file.lexically_normal() == folder.lexically_normal()) return ERR_NOEXIST;
+  *out = file;
+  return NOERROR;
+}
+
 }  // namespace
 
 STATUS resolve_database_path(const char* api_path, std::filesystem::path* file) {
@@ -120,15 +149,11 @@ STATUS resolve_database_path(const char* api_path, std::filesystem::path* file) 
   if (length == 0 || length >= MAXPATH) return ERR_INV_FILE_NAME;
   const std::string_view path(api_path, length);
   if (path.find(kSeparator) == std::string_view::npos) {
-    *file = resolve_data_path(path);
-    return NOERROR;
+    return confined(resolve_data_path(path), data_directory(), file);
   }
   NetPath parts;
   if (STATUS error = split(path, &parts)) return error;
-  if (is_local(parts.server)) {
-    *file = resolve_data_path(parts.file);
-    return NOERROR;
-  }
+  if (is_local(parts.server)) return confined(resolve_data_path(parts.file), data_directory(), file);
   std::string relative = parts.file;
   for (char& c : relative) {
     if (c == '\\') c = '/';
@@ -139,13 +164,13 @@ STATUS resolve_database_path(const char* api_path, std::filesystem::path* file) 
   }
   std::filesystem::path directory;
   if (STATUS error = other_server_directory(parts.server, &directory)) return error;
-  *file = directory / relative_path;
-  return NOERROR;
+  return confined(directory / relative_path, directory, file);
 }
 
 }  // namespace tarnwick::rt::store
 
 using namespace tarnwick::rt::store;
+using tarnwick::rt::guarded;
 
 extern "C" {
 

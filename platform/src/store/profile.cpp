@@ -7,7 +7,7 @@
 #include "globerr.h"
 #include "nsfnote.h"
 #include "nsfprofile.h"
-#include "store/api_guard.h"
+#include "core/api_guard.h"
 #include "store/database.h"
 #include "store/ids.h"
 #include "store/value_check.h"

@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 
+#include "core/api_guard.h"
 #include "osmisc.h"
 #include "text/lmbcs.h"
 
@@ -154,14 +155,13 @@ extern "C" WORD LNPUBLIC OSTranslate(WORD TranslateMode, const char* In, WORD In
   if (Out == nullptr || OutLength == 0 || InLength == 0 || In == nullptr) return 0;
   if (!is_known_mode(TranslateMode)) return 0;
   const std::string_view in(In, InLength);
-  try {
+  // Out of memory: nothing translated.
+  return tarnwick::rt::guarded_value<WORD>(0, [&]() -> WORD {
     // UTF-16 input is checked unit by unit inside translate().
     if (TranslateMode != OS_TRANSLATE_UNICODE_TO_LMBCS && TranslateMode != OS_TRANSLATE_UNACCENT &&
         is_plain_ascii(in)) {
       return translate_plain_ascii(TranslateMode, in, Out, OutLength);
     }
     return translate(TranslateMode, in, Out, OutLength);
-  } catch (...) {
-    return 0;  // out of memory: nothing translated
-  }
+  });
 }

@@ -8,7 +8,7 @@
 #include "globerr.h"
 #include "nif.h"
 #include "nsfnote.h"
-#include "store/api_guard.h"
+#include "core/api_guard.h"
 #include "store/database.h"
 #include "views/view_index.h"
 
@@ -93,7 +93,7 @@ STATUS LNPUBLIC NIFOpenCollection(DBHANDLE hViewDB, DBHANDLE hDataDB, NOTEID Vie
                                   DHANDLE /*hUnreadList*/, HCOLLECTION* rethCollection, NOTEHANDLE* rethViewNote,
                                   UNIVERSALNOTEID* retViewUNID, DHANDLE* rethCollapsedList,
                                   DHANDLE* rethSelectedList) {
-  return store::guarded([&]() -> STATUS {
+  return guarded([&]() -> STATUS {
     if (rethCollection == nullptr) return ERR_BAD_PARAM;
     *rethCollection = NULLHANDLE;
     if (rethViewNote != nullptr) *rethViewNote = NULLHANDLE;
@@ -131,7 +131,7 @@ STATUS LNPUBLIC NIFCloseCollection(HCOLLECTION hCollection) {
 }
 
 STATUS LNPUBLIC NIFUpdateCollection(HCOLLECTION hCollection) {
-  return store::guarded([&]() -> STATUS {
+  return guarded([&]() -> STATUS {
     auto collection = handles().find_as<Collection>(hCollection, HandleKind::kCollection);
     if (!collection) return ERR_BAD_PARAM;
     // A changed view design gives a new index.
@@ -141,7 +141,7 @@ STATUS LNPUBLIC NIFUpdateCollection(HCOLLECTION hCollection) {
 
 STATUS LNPUBLIC NIFFindByName(HCOLLECTION hCollection, const char* Name, WORD FindFlags, COLLECTIONPOSITION* retIndexPos,
                               DWORD* retNumMatches) {
-  return store::guarded([&]() -> STATUS {
+  return guarded([&]() -> STATUS {
     if (retNumMatches != nullptr) *retNumMatches = 0;
     auto collection = handles().find_as<Collection>(hCollection, HandleKind::kCollection);
     if (!collection || Name == nullptr) return ERR_BAD_PARAM;
@@ -162,7 +162,7 @@ STATUS LNPUBLIC NIFReadEntries(HCOLLECTION hCollection, COLLECTIONPOSITION* Inde
                                DWORD SkipCount, WORD ReturnNavigator, DWORD ReturnCount, DWORD ReturnMask,
                                DHANDLE* rethBuffer, WORD* retBufferLength, DWORD* retNumEntriesSkipped,
                                DWORD* retNumEntriesReturned, WORD* retSignalFlags) {
-  return store::guarded([&]() -> STATUS {
+  return guarded([&]() -> STATUS {
     if (rethBuffer != nullptr) *rethBuffer = NULLHANDLE;
     if (retBufferLength != nullptr) *retBufferLength = 0;
     if (retNumEntriesSkipped != nullptr) *retNumEntriesSkipped = 0;

@@ -8,7 +8,7 @@
 #include "nsfnote.h"
 #include "nsfsearch.h"
 #include "ostime.h"
-#include "store/api_guard.h"
+#include "core/api_guard.h"
 #include "store/database.h"
 #include "store/ids.h"
 

@@ -1,0 +1,23 @@
+# Fails when a source file outside platform/ includes one of the runtime's
+# private headers ("platform/src/..."): everything outside the runtime uses
+# platform/include only. Run as a test: cmake -DROOT=<source dir> -P <this>.
+cmake_minimum_required(VERSION 3.25)
+file(GLOB folders LIST_DIRECTORIES true RELATIVE ${ROOT} ${ROOT}/*)
+set(sources)
+foreach(folder IN LISTS folders)
+  if(IS_DIRECTORY ${ROOT}/${folder} AND NOT folder MATCHES "^(platform|build|\\..*)$")
+    file(GLOB_RECURSE found RELATIVE ${ROOT} ${ROOT}/${folder}/*.cpp ${ROOT}/${folder}/*.h ${ROOT}/${folder}/*.hpp)
+    list(APPEND sources ${found})
+  endif()
+endforeach()
+set(offenders)
+foreach(source IN LISTS sources)
+  file(STRINGS ${ROOT}/${source} lines REGEX "^[ \t]*#[ \t]*include[ \t]*[\"<][^\">]*platform/src/")
+  if(lines)
+    list(APPEND offenders "${source}: ${lines}")
+  endif()
+endforeach()
+if(offenders)
+  list(JOIN offenders "\n  " report)
+  message(FATAL_ERROR "private runtime headers included outside platform/:\n  ${report}")
+endif()

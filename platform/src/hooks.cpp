@@ -1,0 +1,14 @@
+// Fills the hooks that lower areas of the runtime offer with the areas above
+// them, before main() runs. This object is linked into every program that
+// uses the runtime (see ../CMakeLists.txt), so no program runs without them.
+#include "directory/directory.h"
+#include "store/group_membership.h"
+
+namespace {
+
+[[maybe_unused]] const bool hooks_installed = [] {
+  tarnwick::rt::store::install_group_membership_lookup(&tarnwick::rt::directory::groups_containing);
+  return true;
+}();
+
+}  // namespace
