@@ -51,6 +51,7 @@ int run_admin(int argc, char** argv) {
   add_inspect_commands(cli);
   add_runtime_commands(cli);
   add_request_commands(cli);
+  add_settings_commands(cli);
 
   try {
     app.parse(argc, argv);

@@ -34,6 +34,7 @@ void add_directory_commands(Cli& cli);  // person, group, mailfile
 void add_inspect_commands(Cli& cli);    // note, design, acl, verify
 void add_runtime_commands(Cli& cli);    // mq, log, show tasks, tell
 void add_request_commands(Cli& cli);    // request
+void add_settings_commands(Cli& cli);   // settings
 
 // Runs one command line; returns the process exit code (0 done, 1 failure,
 // 2 bad usage). Errors are one line on stderr.

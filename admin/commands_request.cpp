@@ -8,7 +8,9 @@
 #include "directory.h"
 #include "failure.h"
 #include "handles.h"
+#include "names.h"
 #include "request.h"
+#include "session.h"
 
 namespace tarnwick::admin {
 
@@ -104,6 +106,13 @@ void fill_mail_file_from_directory(RequestValues& values) {
   if (!values.mail_box) values.mail_box = person->mail_file;
 }
 
+// A page request is made for someone signed in: without --login-name and
+// --login-server, the user of --user signed in to this server.
+void fill_login_of_page(RequestValues& values) {
+  if (!values.login_name && !values.user.empty()) values.login_name = values.user;
+  if (!values.login_server && !server_name().empty()) values.login_server = abbreviated_name(server_name());
+}
+
 void print(const RequestOutcome& outcome, bool json) {
   if (json) {
     nlohmann::ordered_json out;
@@ -146,6 +155,7 @@ void add_request_commands(Cli& cli) {
       if (!state->leave.empty()) options.values.leave = local_time_option("--leave", state->leave);
       if (!state->back.empty()) options.values.back = local_time_option("--return", state->back);
       if (options.raw_file.empty() && !action_of(options.kind).empty()) fill_mail_file_from_directory(options.values);
+      if (options.raw_file.empty() && action_of(options.kind).empty()) fill_login_of_page(options.values);
       print(send_request(options), state->json);
     });
   }

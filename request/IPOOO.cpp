@@ -189,8 +189,6 @@ void IPOOO::processMsg(std::string& path) {
 
 // The page builders (the web page, the phone page, the iOS installation
 // page) write their page over the request file and return the text to send.
-// They are not part of the task yet: until they are, a page request is
-// parsed and checked like any other and then gets no reply.
 void IPOOO::processPageRequest(PageBuilder builder, std::string& path, char* directory, std::string& reservedText,
                                std::string& serverURL, std::string& extra) {
   TextRequestScope textScope(Username, path);
@@ -198,7 +196,6 @@ void IPOOO::processPageRequest(PageBuilder builder, std::string& path, char* dir
     if (!openRequestFile(path).isOpen()) return;
     if (xmlParser(path) == 0) return;
     if (MQName.empty()) return;
-    if (builder == nullptr) return;
     std::string reply = (this->*builder)(path, directory, reservedText, serverURL, extra);
     sendMQMessage(reply);
   } catch (const IPException& e) {
@@ -211,15 +208,15 @@ void IPOOO::processPageRequest(PageBuilder builder, std::string& path, char* dir
 
 void IPOOO::processRequestMsg(std::string& path, char* directory, std::string& reservedText, std::string& serverURL,
                               std::string& connectParams) {
-  processPageRequest(nullptr, path, directory, reservedText, serverURL, connectParams);
+  processPageRequest(&IPOOO::getRequestOOO, path, directory, reservedText, serverURL, connectParams);
 }
 
 void IPOOO::processRequestMobileMsg(std::string& path, char* directory, std::string& reservedText,
                                     std::string& serverURL, std::string& connectParams) {
-  processPageRequest(nullptr, path, directory, reservedText, serverURL, connectParams);
+  processPageRequest(&IPOOO::getRequestMobileOOO, path, directory, reservedText, serverURL, connectParams);
 }
 
 void IPOOO::processRequestInstallIOSMsg(std::string& path, char* directory, std::string& reservedText,
                                         std::string& serverURL, std::string& installIOSText) {
-  processPageRequest(nullptr, path, directory, reservedText, serverURL, installIOSText);
+  processPageRequest(&IPOOO::getRequestMobileInstallIOS, path, directory, reservedText, serverURL, installIOSText);
 }

@@ -165,6 +165,19 @@ class IPOOO {
   static WORD LNCALLBACK CWFCallback(const void* field, WORD phase, STATUS error, HANDLE errorText,
                                      WORD errorTextLength, void* context);
 
+  // --- Request pages (pages/) ---------------------------------------------
+  // The web page, the phone page and the iOS installation page, written over
+  // the request file at path (recreated, mode 0600). Each returns errorText:
+  // "OK", or "Fail Open xml file (<path>)" when the file cannot be made.
+  // directory: the application database's folder (links to its files are
+  // formed below it); reservedText is not used.
+  std::string& getRequestOOO(std::string& path, char* directory, std::string& reservedText, std::string& serverURL,
+                             std::string& connectParams);
+  std::string& getRequestMobileOOO(std::string& path, char* directory, std::string& reservedText,
+                                   std::string& serverURL, std::string& connectParams);
+  std::string& getRequestMobileInstallIOS(std::string& path, char* directory, std::string& reservedText,
+                                          std::string& serverURL, std::string& installIOSText);
+
   // --- Tools and handles -------------------------------------------------
   XMLStringTranslate* translator = nullptr;    // made for "utf-8"
   xercesc::XercesDOMParser* parser = nullptr;  // parses the request document
@@ -253,6 +266,7 @@ class IPOOO {
   void processPageRequest(PageBuilder builder, std::string& path, char* directory, std::string& reservedText,
                           std::string& serverURL, std::string& extra);
   void storeAttribute(const XMLCh* name, const XMLCh* value);
+  std::string& writeRequestPage(const std::string& path, const std::string& page);
   void assembleDates();
   void storeUsernameOf(xercesc::DOMNode* element);
 };

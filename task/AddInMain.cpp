@@ -22,21 +22,13 @@
 #include "request/IPOOO.h"
 #include "request/TaskLog.h"
 #include "setup/DatabaseSetup.h"
+#include "setup/ServerSettings.h"
 #include "task/NDAgent.h"
 
 namespace {
 
 constexpr const char* kProgramVersionLine = "Program Version 2.3.1 Build 2051";
 constexpr WORD kDirectoryLimit = 512;
-
-// --- Call points of the parts the task does not have yet -----------------
-
-// The per-server settings document (server URL, iOS installation text, app
-// connection parameters). Not part of the task yet: the three texts stay
-// empty.
-void readServerSettings(const std::string& /*serverUserName*/, const char* /*directory*/,
-                        std::string& /*serverURL*/, std::string& /*installIOSText*/,
-                        std::string& /*connectParams*/) {}
 
 // --- Dispatch -------------------------------------------------------------
 
@@ -190,7 +182,9 @@ bool TaskHost::receiveMessage() {
   std::string serverURL;
   std::string installIOSText;
   std::string connectParams;
-  readServerSettings(serverUserName_, directory_, serverURL, installIOSText, connectParams);
+  // Read anew for every message, so that an edit of the settings takes
+  // effect with the next request.
+  _get_server_setting(serverUserName_, directory_, serverURL, installIOSText, connectParams);
   fillRecord(record_, length, directory_, serverURL, installIOSText, connectParams, buildVersion_);
   return true;
 }

@@ -337,6 +337,13 @@ TEST_F(GatewayApi, OversizedBodiesAreRefused) {
 
 TEST_F(GatewayApi, OnlyTheThreeFilesOfTheApplicationDatabaseAreServed) {
   auto http = server_->client();
+  const auto icon = http.Get("/OOO.nsf/oooicon.png");
+  ASSERT_TRUE(icon);
+  EXPECT_EQ(icon->status, 200);
+  EXPECT_EQ(icon->get_header_value("Content-Type"), "image/png");
+  EXPECT_EQ(icon->body.substr(1, 3), "PNG");
+  EXPECT_EQ(http.Get("/ooo/OOO.nsf/favicon.ico")->status, 200) << "links relative to a page below a folder";
+  EXPECT_EQ(http.Get("/OOO.nsf/OOO.apk")->status, 200);
   for (const char* path : {"/OOO.nsf/../names.nsf", "/OOO.nsf/%2e%2e%2fnames.nsf", "/OOO.nsf/..%2fnotes.ini",
                            "/../OOO.nsf/names.nsf", "/OOO.nsf/OOO.xml", "/OOO.nsf/%2Fetc%2Fpasswd",
                            "/x/../../OOO.nsf/notes.ini", "/names.nsf", "/notes.ini", "/OOO.nsf"}) {

@@ -10,10 +10,10 @@
 #include <string>
 #include <system_error>
 
-#include "addin/server_log.h"
 #include "core/private_files.h"
 #include "env/environment.h"
 #include "mq/liveness_lock.h"
+#include "mq/refusal_report.h"
 
 namespace tarnwick::rt {
 namespace fs = std::filesystem;
@@ -62,7 +62,7 @@ void report_refused(const fs::path& folder, const std::string& reason) {
   std::lock_guard lock(mutex);
   if (*last == folder.string() + reason) return;
   *last = folder.string() + reason;
-  write_server_log("", "Shared-state folder " + folder.string() + " refused: it " + reason +
+  mq::report_refusal("Shared-state folder " + folder.string() + " refused: it " + reason +
                            ". Remove it, or let the server's user own it with mode 0700, and start again.");
 }
 
