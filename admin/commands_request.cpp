@@ -113,7 +113,17 @@ void fill_login_of_page(RequestValues& values) {
   if (!values.login_server && !server_name().empty()) values.login_server = abbreviated_name(server_name());
 }
 
-void print(const RequestOutcome& outcome, bool json) {
+// A status reply holds one User element per member: each on a line of its own.
+std::string one_user_per_line(std::string document) {
+  for (size_t at = document.find("<User"); at != std::string::npos; at = document.find("<User", at + 2)) {
+    document.insert(at, "\n");
+  }
+  const size_t end = document.rfind("</OOOReadObject>");
+  if (end != std::string::npos) document.insert(end, "\n");
+  return document;
+}
+
+void print(const RequestOutcome& outcome, RequestKind kind, bool json) {
   if (json) {
     nlohmann::ordered_json out;
     out["reply"] = outcome.reply ? nlohmann::ordered_json(*outcome.reply) : nlohmann::ordered_json(nullptr);
@@ -127,8 +137,9 @@ void print(const RequestOutcome& outcome, bool json) {
     return;
   }
   std::cout << "Reply (" << outcome.elapsed_ms << " ms): " << *outcome.reply << "\n";
-  std::cout << "File at " << outcome.path << ":\n" << outcome.document;
-  if (!outcome.document.empty() && outcome.document.back() != '\n') std::cout << "\n";
+  const std::string document = kind == RequestKind::status ? one_user_per_line(outcome.document) : outcome.document;
+  std::cout << "File at " << outcome.path << ":\n" << document;
+  if (!document.empty() && document.back() != '\n') std::cout << "\n";
 }
 
 }  // namespace
@@ -154,9 +165,12 @@ void add_request_commands(Cli& cli) {
       }
       if (!state->leave.empty()) options.values.leave = local_time_option("--leave", state->leave);
       if (!state->back.empty()) options.values.back = local_time_option("--return", state->back);
-      if (options.raw_file.empty() && !action_of(options.kind).empty()) fill_mail_file_from_directory(options.values);
+      // A status request names a person or a group and no mail file.
+      if (options.raw_file.empty() && !action_of(options.kind).empty() && options.kind != RequestKind::status) {
+        fill_mail_file_from_directory(options.values);
+      }
       if (options.raw_file.empty() && action_of(options.kind).empty()) fill_login_of_page(options.values);
-      print(send_request(options), state->json);
+      print(send_request(options), options.kind, state->json);
     });
   }
 }

@@ -22,8 +22,8 @@
 
 using tarnwick::engine::calendarOwner;
 using tarnwick::engine::deleteIfPresent;
+using tarnwick::engine::deleteNotifiedItems;
 using tarnwick::engine::hasItem;
-using tarnwick::engine::isNotifiedItem;
 using tarnwick::engine::itemText;
 
 namespace {
@@ -117,19 +117,24 @@ int IPOOO::setAgentEnable(int enable) {
     if (status == NOERROR) status = NSFNoteSign(note);
     if (status == NOERROR) status = NSFNoteUpdate(note, UPDATE_FORCE);
   } else if (status == NOERROR) {
-    // The schedule record: versions before 2 are rewritten as version 2. A
-    // value too short to hold the record is left alone rather than read past
-    // its end.
+    // The schedule record: versions before 2 are rewritten as version 2.
+    // Any value longer than its type word counts; a value too short to hold
+    // the whole record is read as far as it goes and the rest of the record
+    // is taken as zero, so nothing is read past the stored bytes.
     BLOCKID item{};
     BLOCKID value{};
     WORD type = 0;
     DWORD length = 0;
     if (NSFItemInfo(note, ASSIST_INFO_ITEM, nameLength(ASSIST_INFO_ITEM), &item, &type, &value, &length) == NOERROR &&
-        length > 1 && type == TYPE_ASSISTANT_INFO && length >= sizeof(WORD) + ODSLength(_ODS_ASSISTSTRUCT)) {
-      ODS_ASSISTSTRUCT info{};
-      const void* stored = OSLockBlock(char, value) + sizeof(WORD);
-      ODSReadMemory(&stored, _ODS_ASSISTSTRUCT, &info, 1);
+        length > 1 && type == TYPE_ASSISTANT_INFO) {
+      const DWORD recordLength = ODSLength(_ODS_ASSISTSTRUCT);
+      std::string raw(recordLength, '\0');
+      const DWORD stored = length - sizeof(WORD);
+      std::memcpy(raw.data(), OSLockBlock(char, value) + sizeof(WORD), stored < recordLength ? stored : recordLength);
       OSUnlockObject(value.pool);
+      ODS_ASSISTSTRUCT info{};
+      const void* source = raw.data();
+      ODSReadMemory(&source, _ODS_ASSISTSTRUCT, &info, 1);
       if (info.wVersion < 2) {
         info.wVersion = 2;
         const DWORD newLength = ODSLength(_ODS_ASSISTSTRUCT) + sizeof(WORD);
@@ -208,19 +213,7 @@ int IPOOO::EnableAgent() {
   STATUS walkStatus = NOERROR;
   if (hServiceProfile != NULLHANDLE) {
     bool deleted = false;
-    BLOCKID item{};
-    walkStatus = NSFItemInfo(hServiceProfile, nullptr, 0, &item, nullptr, nullptr, nullptr);
-    while (walkStatus == NOERROR) {
-      char name[256] = {0};
-      WORD nameLen = 0;
-      NSFItemQuery(hServiceProfile, item, name, sizeof name, &nameLen, nullptr, nullptr, nullptr, nullptr);
-      const BLOCKID current = item;
-      walkStatus = NSFItemInfoNext(hServiceProfile, current, nullptr, 0, &item, nullptr, nullptr, nullptr);
-      if (isNotifiedItem(name)) {
-        NSFItemDeleteByBLOCKID(hServiceProfile, current);
-        deleted = true;
-      }
-    }
+    walkStatus = deleteNotifiedItems(hServiceProfile, &deleted);
     if (deleted) NSFNoteUpdate(hServiceProfile, 0);
   }
 

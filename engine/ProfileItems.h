@@ -57,6 +57,28 @@ inline STATUS replaceTime(NOTEHANDLE note, const char* name, const TIMEDATE& val
 // Whether an item name begins with "Notified_" (case-insensitive).
 inline bool isNotifiedItem(const char* name) { return strncasecmp(name, "Notified_", 9) == 0; }
 
+// Deletes every "Notified_..." item of a note (in memory), so that the
+// correspondents already answered are answered afresh. Returns the status
+// that ended the walk over the items (non-zero: the walk ends when no item
+// is left); *deleted tells whether anything went.
+inline STATUS deleteNotifiedItems(NOTEHANDLE note, bool* deleted) {
+  *deleted = false;
+  BLOCKID item{};
+  STATUS walk = NSFItemInfo(note, nullptr, 0, &item, nullptr, nullptr, nullptr);
+  while (walk == NOERROR) {
+    char name[256] = {0};
+    WORD nameLength = 0;
+    NSFItemQuery(note, item, name, sizeof name, &nameLength, nullptr, nullptr, nullptr, nullptr);
+    const BLOCKID current = item;
+    walk = NSFItemInfoNext(note, current, nullptr, 0, &item, nullptr, nullptr, nullptr);
+    if (isNotifiedItem(name)) {
+      NSFItemDeleteByBLOCKID(note, current);
+      *deleted = true;
+    }
+  }
+  return walk;
+}
+
 // The owner named by the mail database's "CalendarProfile" field "Owner" (a
 // text, or the first entry of a text list); fallback when it names none.
 inline std::string calendarOwner(DBHANDLE db, const std::string& fallback) {

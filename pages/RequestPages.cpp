@@ -1,33 +1,19 @@
 // The page builders of the request context: each writes its page over the
 // request file, where the front end reads it, and returns the text the frame
 // sends to the reply queue ("OK", or why the file could not be made).
-#include <fcntl.h>
-#include <unistd.h>
-
 #include "pages/PageText.h"
 #include "request/IPOOO.h"
+#include "request/RequestFile.h"
 
-namespace {
-
-// The request file made anew, for the owner only.
-int recreateFile(const std::string& path) {
-  ::unlink(path.c_str());  // a file that is not there is fine
-  return ::open(path.c_str(), O_CREAT | O_WRONLY | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600);
-}
-
-}  // namespace
-
+// The page goes through the request file the frame opened and checked, so a
+// path swapped since then changes nothing; the file is private (0600) once
+// opened and emptied before the page is written in one write.
 std::string& IPOOO::writeRequestPage(const std::string& path, const std::string& page) {
   errorText = "OK";
-  const int file = recreateFile(path);
-  if (file < 0) {
-    errorText = "Fail Open xml file (" + path + ")";
-    return errorText;
-  }
-  // The front end reads the page once the reply comes; a short write leaves
-  // it a truncated page, which it shows as it is.
-  [[maybe_unused]] const ssize_t written = ::write(file, page.data(), page.size());
-  ::close(file);
+  RequestFile& file = openRequestFile(path);
+  // The front end reads the page once the reply comes; a file that cannot
+  // take it is reported, whatever part of it was written.
+  if (!file.isOpen() || !file.empty() || !file.write(page)) errorText = "Fail Open xml file (" + path + ")";
   return errorText;
 }
 

@@ -43,8 +43,8 @@ struct RequestAction {
 };
 
 const RequestAction kRequestActions[] = {
-    {IPOOO::kActionSet, nullptr, "[%s] OutOfOfficeProfile has been updated."},
-    {IPOOO::kActionUserStatus, nullptr, "[%s] OutOfOfficeProfile has been queried by [%s]."},
+    {IPOOO::kActionSet, &IPOOO::setOOO, "[%s] OutOfOfficeProfile has been updated."},
+    {IPOOO::kActionUserStatus, &IPOOO::getUserStatus, "[%s] OutOfOfficeProfile has been queried by [%s]."},
     {IPOOO::kActionQuery, &IPOOO::getOOO, "[%s] OutOfOfficeProfile has been read."},
 };
 

@@ -23,6 +23,7 @@
 #ifndef TARNWICK_REQUEST_IPOOO_H
 #define TARNWICK_REQUEST_IPOOO_H
 
+#include <xercesc/dom/DOMElement.hpp>
 #include <xercesc/dom/DOMNode.hpp>
 #include <xercesc/parsers/XercesDOMParser.hpp>
 
@@ -35,6 +36,9 @@
 #include "request/IPException.h"
 #include "request/RequestFile.h"
 #include "request/XMLStringTranslate.h"
+#include "status/OOOUserInfo.h"
+
+class ReplyDocument;
 
 class IPOOO {
  public:
@@ -117,6 +121,26 @@ class IPOOO {
   int SetTaskState(WORD value);
   int SetTaskType(WORD value);
 
+  // --- Set flow (engine/SetFlow.cpp) ----------------------------------------
+  // Carries out a set request on the user's mail database and writes the new
+  // state as the reply document at replyPath. Returns the error text ("OK").
+  std::string& setOOO(std::string& replyPath);
+  // Writes the request's values into the open profile (in memory); sets
+  // alreadyOff when a disable request finds "TaskState" already "0".
+  int setOOOContent();
+  // Loads the profile's "ShowHours" into ShowHours.
+  void getShowHours();
+  // The reply of a service-mode switch that did not take.
+  static constexpr char kServerNotResponding[] = "The server is not responding. Please try setting Out of Office again.";
+
+  // --- Service mode (engine/ServiceMode.cpp) -------------------------------
+  // Marks the mail database for the server's out-of-office service and the
+  // profile as on; saves the profile. 0 when the database did not become
+  // enabled.
+  DWORD EnableService();
+  // Marks the profile as off and releases the calendar entry; always 1.
+  int DisableService();
+
   // --- Set flow: date checks and profile times (engine/SettingsTimes.cpp) ---
   // Checks the profile's leave and return dates against each other and the
   // current time; raises IPException from "ValidateSettings" with the message
@@ -160,6 +184,22 @@ class IPOOO {
   std::string& getOOOInfo(std::string& replyPath);
   // The template-text part of getOOOContent.
   void evaluateTemplate(const TIMEDATE& now);
+
+  // --- User status query (status/UserStatus.cpp) ---------------------------
+  // The state of every user behind Username (a person or a group, nested
+  // groups followed) as one User element each, in member order, written to
+  // the reply file. Members that cannot be read get an element with
+  // User_Status "0" and an ErrorMsg. Returns errorText, "OK".
+  std::string& getUserStatus(std::string& replyPath);
+  // Appends the full User element of the user whose profile this context
+  // holds (after getOOOProfile, getOOOType, getOOOContent) to root.
+  void getOOOUserInfo(ReplyDocument& reply, xercesc::DOMElement* root);
+  // Appends a record per directory match of name in "$Users" (only the
+  // first when singleMatchFlag is non-zero). A name not found is no error
+  // and appends nothing.
+  STATUS get_user_info(const char* name, std::vector<OOOUserInfo>& records, int singleMatchFlag);
+  // fullName = the "FullName" of name's first match in "$Users", else name.
+  STATUS getFullName(const char* name, std::string& fullName);
 
   // A compute-with-form error callback that lets every field pass.
   static WORD LNCALLBACK CWFCallback(const void* field, WORD phase, STATUS error, HANDLE errorText,
@@ -214,6 +254,9 @@ class IPOOO {
   int useAPI = 0;
   std::string replyText;              // sent back when a request fails
   std::vector<std::string> nameList;  // working list of the queries
+  // With a name that has several directory matches, whether a status query
+  // takes only the first one (non-zero) or looks at all of them.
+  int singleMatch = 0;
   // Date parts of the current Username element, in local time, and whether
   // the element carried any of them.
   TIME leaveParts{};
@@ -267,6 +310,16 @@ class IPOOO {
                           std::string& serverURL, std::string& extra);
   void storeAttribute(const XMLCh* name, const XMLCh* value);
   std::string& writeRequestPage(const std::string& path, const std::string& page);
+  // Appends a User element with the state getOOOContent read, its text
+  // userText (UTF-8); withProfileValues adds the profile's own DaysOut and
+  // AppendSubjectDate. Raises the toolkit's exceptions as they come and
+  // IPException from "getOOOInfo" for a time that cannot be converted.
+  void appendUserState(ReplyDocument& reply, xercesc::DOMElement* root, bool withProfileValues,
+                       const std::string& userText);
+  // The status query's steps: one member, and the User element of one
+  // that cannot be reported.
+  void appendMemberStatus(ReplyDocument& reply, const char* member);
+  void appendErrorUser(ReplyDocument& reply, const std::string& errorMsg, const std::string& name);
   void assembleDates();
   void storeUsernameOf(xercesc::DOMNode* element);
 };

@@ -25,6 +25,8 @@
 #include <xercesc/util/SecurityManager.hpp>
 #include <xercesc/util/XMLException.hpp>
 
+#include <strings.h>
+
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -160,6 +162,17 @@ std::string utf8Of(const XMLCh* text) {
   return translator.translate(text);
 }
 
+// A mail file named without its ".nsf" (in any case) gets it.
+void appendDatabaseSuffix(std::string& mailFile) {
+  constexpr char kSuffix[] = ".nsf";
+  constexpr size_t kLength = sizeof kSuffix - 1;
+  if (mailFile.empty()) return;
+  if (mailFile.size() >= kLength && strncasecmp(mailFile.c_str() + mailFile.size() - kLength, kSuffix, kLength) == 0) {
+    return;
+  }
+  mailFile += kSuffix;
+}
+
 }  // namespace
 
 int IPOOO::xmlParser(std::string& path) {
@@ -252,6 +265,7 @@ void IPOOO::storeAttribute(const XMLCh* name, const XMLCh* value) {
       case Store::Lmbcs:
         this->*rule.text = translator->translate(value);
         translator->TranslatorUTF8ToLMBCS(this->*rule.text);
+        if (rule.text == &IPOOO::MailBox) appendDatabaseSuffix(MailBox);
         break;
       case Store::Text:
         this->*rule.text = translator->translate(value);

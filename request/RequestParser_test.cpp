@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <utility>
 
 #include "osenv.h"
 #include "ostime.h"
@@ -65,6 +66,23 @@ TEST_F(RequestParserTest, NamesMatchWithoutCaseAndAsPrefixes) {
   other.xmlParser(path_);
   EXPECT_EQ(other.Username, "");
   EXPECT_EQ(other.MQName, "");
+}
+
+TEST_F(RequestParserTest, MailFileGetsItsDatabaseSuffixWhenMissing) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"mail/jdoe", "mail/jdoe.nsf"},
+      {"mail/jdoe.nsf", "mail/jdoe.nsf"},
+      {"mail/JDOE.NSF", "mail/JDOE.NSF"},
+      {"mail/jdoe.ns", "mail/jdoe.ns.nsf"},
+      {"", ""},
+  };
+  for (const auto& [given, stored] : cases) {
+    IPOOO context;
+    path_ = (dir_ / "mailbox.xml").string();
+    std::ofstream(path_) << "<Username MailBox='" << given << "'>u</Username>";
+    context.xmlParser(path_);
+    EXPECT_EQ(context.MailBox, stored) << given;
+  }
 }
 
 TEST_F(RequestParserTest, FirstRuleInTableOrderWins) {

@@ -1,7 +1,9 @@
 // The reply of an out-of-office query: the OOOReadObject document with one
 // User element whose attributes carry the user's state, written over the
 // request file. The attributes are set in a fixed order that front ends
-// rely on; the set flow and the user status query write the same document.
+// rely on; the set flow writes the same document, and the user status query
+// writes one such element per member (without the profile's own DaysOut and
+// AppendSubjectDate values).
 #include <xercesc/dom/DOM.hpp>
 #include <xercesc/util/XMLException.hpp>
 #include <xercesc/util/XMLString.hpp>
@@ -65,92 +67,9 @@ std::string& IPOOO::getOOO(std::string& replyPath) {
 
 std::string& IPOOO::getOOOInfo(std::string& replyPath) {
   errorText.clear();
-  INTLFORMAT intl{};
-  OSGetIntlSettings(&intl, sizeof intl);
-  XMLStringTranslate utf8("utf-8");
   try {
     ReplyDocument reply(openRequestFile(replyPath));
-    DOMElement* root = reply.root();
-    DOMElement* user = reply.createUser();
-
-    // Texts of the context go through the UTF-8 translator; fixed flags and
-    // numbers are transcoded directly. Each attribute places User under the
-    // root again, which leaves it the root's only child.
-    auto text = [&](const char* name, const std::string& value) {
-      reply.setAttribute(user, XStr(name).unicodeForm(), utf8.translate(value.c_str()));
-      root->appendChild(user);
-    };
-    auto plain = [&](const char* name, const std::string& value) {
-      reply.setAttribute(user, XStr(name).unicodeForm(), XStr(value.c_str()).unicodeForm());
-      root->appendChild(user);
-    };
-    auto flag = [&](const char* name, int on) { plain(name, on != 0 ? "1" : "0"); };
-    auto optional = [&](const char* name, const std::string& value) {
-      if (!value.empty()) text(name, value);
-    };
-    auto textOrEmpty = [&](const char* name, const std::string& value) {
-      if (value.empty()) {
-        plain(name, "");
-      } else {
-        text(name, value);
-      }
-    };
-    auto dateParts = [&](const char* prefix, const TIMEDATE& when) {
-      const LocalParts date = localDate(when);
-      plain((std::string(prefix) + "Year").c_str(), number(date.first));
-      plain((std::string(prefix) + "Month").c_str(), number(date.second));
-      plain((std::string(prefix) + "Day").c_str(), number(date.third));
-    };
-    auto clockParts = [&](const char* prefix, const TIMEDATE& when) {
-      const LocalParts clock = localClock(when);
-      plain((std::string(prefix) + "Hour").c_str(), number(clock.first));
-      plain((std::string(prefix) + "Min").c_str(), number(clock.second));
-      plain((std::string(prefix) + "Sec").c_str(), number(clock.third));
-    };
-
-    optional("Subject", oooSubject);
-    textOrEmpty("Message", oooMessage);
-    plain("TaskType", agentMode != 0 ? "1" : "2");
-    flag("OOOEnable", oooEnabled);
-    if (agentMode != 0) {
-      plain("ShowHours", "0");
-    } else {
-      text("ShowHours", showHoursText);
-    }
-    flag("ASDEnable", appendSubjectPresent);
-    flag("AppendSubject", appendSubjectFlag);
-    flag("InternetAddress", excludeInternet);
-    dateParts("StartTime", firstDayOut);
-    clockParts("StartTime", startTime);
-    dateParts("EndTime", firstDayBack);
-    clockParts("EndTime", endTime);
-
-    optional("DaysOut", templateDaysOut);
-    optional("DaysOut_S", templateDaysOutS);
-    optional("DaysOut_V", templateDaysOutV);
-    optional("DaysOutValue", daysOutValue);
-    optional("AppendSubjectDate", templateAppendSubjectDate);
-    optional("AppendSubjectDateValue", appendSubjectDateValue);
-    optional("ResetSubject", templateResetSubject);
-
-    plain("DateFlag", number(intl.Flags));
-    auto intlText = [&](const char* name, const char* value, size_t size) {
-      textOrEmpty(name, std::string(value, strnlen(value, size)));
-    };
-    intlText("AMString", intl.AMString, sizeof intl.AMString);
-    intlText("PMString", intl.PMString, sizeof intl.PMString);
-    intlText("DateString", intl.DateString, sizeof intl.DateString);
-    intlText("TimeString", intl.TimeString, sizeof intl.TimeString);
-    text("User_Status", "1");
-
-    user->appendChild(reply.document()->createTextNode(ownerName.empty() ? XStr("Unknow").unicodeForm()
-                                                                         : utf8.translate(ownerName.c_str())));
-
-    std::string notified;
-    for (size_t i = 0; i < notifiedList.size(); ++i) notified += (i == 0 ? "" : ";") + notifiedList[i];
-    textOrEmpty("Notified", notified);
-    text("BuildVersion", "230");
-
+    appendUserState(reply, reply.root(), true, ownerName.empty() ? std::string("Unknow") : ownerName);
     reply.write();
   } catch (const IPException&) {
     throw;
@@ -163,4 +82,106 @@ std::string& IPOOO::getOOOInfo(std::string& replyPath) {
   }
   errorText = "OK";
   return errorText;
+}
+
+void IPOOO::getOOOUserInfo(ReplyDocument& reply, DOMElement* root) {
+  errorText.clear();
+  std::string name = Username;
+  translator->TranslatorLMBCSToUTF8(name);
+  try {
+    appendUserState(reply, root, false, ownerName.empty() ? std::string("Unknow") : name);
+  } catch (const IPException&) {
+    throw;
+  } catch (const XMLException& e) {
+    throw IPException("getOOOInfo", transcoded(e.getMessage()).c_str());
+  } catch (const DOMException& e) {
+    throw IPException("getOOOInfo", transcoded(e.getMessage()).c_str());
+  } catch (...) {
+    throw IPException("getOOOInfo", "Unexpected Exception\n");
+  }
+}
+
+void IPOOO::appendUserState(ReplyDocument& reply, DOMElement* root, bool withProfileValues,
+                            const std::string& userText) {
+  INTLFORMAT intl{};
+  OSGetIntlSettings(&intl, sizeof intl);
+  XMLStringTranslate utf8("utf-8");
+  DOMElement* user = reply.createUser();
+
+  // Texts of the context go through the UTF-8 translator; fixed flags and
+  // numbers are transcoded directly. Each attribute places User under the
+  // root again, which leaves it the root's last child.
+  auto text = [&](const char* name, const std::string& value) {
+    reply.setAttribute(user, XStr(name).unicodeForm(), utf8.translate(value.c_str()));
+    root->appendChild(user);
+  };
+  auto plain = [&](const char* name, const std::string& value) {
+    reply.setAttribute(user, XStr(name).unicodeForm(), XStr(value.c_str()).unicodeForm());
+    root->appendChild(user);
+  };
+  auto flag = [&](const char* name, int on) { plain(name, on != 0 ? "1" : "0"); };
+  auto optional = [&](const char* name, const std::string& value) {
+    if (!value.empty()) text(name, value);
+  };
+  auto textOrEmpty = [&](const char* name, const std::string& value) {
+    if (value.empty()) {
+      plain(name, "");
+    } else {
+      text(name, value);
+    }
+  };
+  auto dateParts = [&](const char* prefix, const TIMEDATE& when) {
+    const LocalParts date = localDate(when);
+    plain((std::string(prefix) + "Year").c_str(), number(date.first));
+    plain((std::string(prefix) + "Month").c_str(), number(date.second));
+    plain((std::string(prefix) + "Day").c_str(), number(date.third));
+  };
+  auto clockParts = [&](const char* prefix, const TIMEDATE& when) {
+    const LocalParts clock = localClock(when);
+    plain((std::string(prefix) + "Hour").c_str(), number(clock.first));
+    plain((std::string(prefix) + "Min").c_str(), number(clock.second));
+    plain((std::string(prefix) + "Sec").c_str(), number(clock.third));
+  };
+
+  optional("Subject", oooSubject);
+  textOrEmpty("Message", oooMessage);
+  plain("TaskType", agentMode != 0 ? "1" : "2");
+  flag("OOOEnable", oooEnabled);
+  if (agentMode != 0) {
+    plain("ShowHours", "0");
+  } else {
+    text("ShowHours", showHoursText);
+  }
+  flag("ASDEnable", appendSubjectPresent);
+  flag("AppendSubject", appendSubjectFlag);
+  flag("InternetAddress", excludeInternet);
+  dateParts("StartTime", firstDayOut);
+  clockParts("StartTime", startTime);
+  dateParts("EndTime", firstDayBack);
+  clockParts("EndTime", endTime);
+
+  optional("DaysOut", templateDaysOut);
+  optional("DaysOut_S", templateDaysOutS);
+  optional("DaysOut_V", templateDaysOutV);
+  if (withProfileValues) optional("DaysOutValue", daysOutValue);
+  optional("AppendSubjectDate", templateAppendSubjectDate);
+  if (withProfileValues) optional("AppendSubjectDateValue", appendSubjectDateValue);
+  optional("ResetSubject", templateResetSubject);
+
+  plain("DateFlag", number(intl.Flags));
+  auto intlText = [&](const char* name, const char* value, size_t size) {
+    textOrEmpty(name, std::string(value, strnlen(value, size)));
+  };
+  intlText("AMString", intl.AMString, sizeof intl.AMString);
+  intlText("PMString", intl.PMString, sizeof intl.PMString);
+  intlText("DateString", intl.DateString, sizeof intl.DateString);
+  intlText("TimeString", intl.TimeString, sizeof intl.TimeString);
+  text("User_Status", "1");
+
+  user->appendChild(reply.document()->createTextNode(utf8.translate(userText.c_str())));
+
+  std::string notified;
+  for (size_t i = 0; i < notifiedList.size(); ++i) notified += (i == 0 ? "" : ";") + notifiedList[i];
+  textOrEmpty("Notified", notified);
+  text("BuildVersion", "230");
 }

@@ -10,7 +10,8 @@
  * A DBHANDLE is owned by the caller and closed with NSFDbClose (closing
  * NULLHANDLE is a no-op). Any number of threads and processes may open one
  * database; each handle may be used from any thread. Every change is
- * committed and synced to disk before the call that made it returns. */
+ * committed and synced to disk before the call that made it returns, unless
+ * it is made inside a transaction (below). */
 #ifndef TARNWICK_NSFDB_H
 #define TARNWICK_NSFDB_H
 
@@ -45,6 +46,21 @@ STATUS LNPUBLIC NSFDbClose(DBHANDLE hDB);
  * ForceCreation). Folders on the way are created. */
 STATUS LNPUBLIC NSFDbCreate(const char *PathName, WORD DbClass, BOOL ForceCreation);
 STATUS LNPUBLIC NSFDbDelete(const char *PathName);
+
+/* Transactions. Between NSFTransactionBegin and NSFTransactionCommit every
+ * note written, created or deleted through hDB (and the notes opened from
+ * it) is stored together: a process that dies before the commit leaves
+ * none of it, the commit stores all of it and is synced to disk before it
+ * returns. Begin takes the database's write lock at once: other writers of
+ * the file wait for the commit or rollback (up to the store's lock
+ * timeout). Readers see the last committed state. NSFTransactionRollback
+ * drops the writes (so does closing hDB with the transaction open); notes
+ * written meanwhile keep sequences that were never stored, and their next
+ * update is refused as a conflict. flags must be 0. ERR_TRANSACTION_OPEN:
+ * one is open on hDB already; ERR_NO_TRANSACTION: none is open. */
+STATUS LNPUBLIC NSFTransactionBegin(DBHANDLE hDB, DWORD flags);
+STATUS LNPUBLIC NSFTransactionCommit(DBHANDLE hDB, DWORD flags);
+STATUS LNPUBLIC NSFTransactionRollback(DBHANDLE hDB);
 
 /* The build number of the software that created the database. */
 STATUS LNPUBLIC NSFDbGetBuildVersion(DBHANDLE hDB, WORD *retVersion);

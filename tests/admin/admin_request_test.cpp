@@ -155,7 +155,7 @@ TEST_F(AdminRequestConcurrency, SetCarriesEveryValueAndPagesCarryTheirMarkers) {
   ok({"request", "page", "--login-name", "jdoe"});
   ok({"request", "mobile-page", "--login-name", "jdoe"});
   ok({"request", "install-ios-page", "--login-name", "jdoe"});
-  ok({"request", "status", "--user", "Jane Doe/Acme", "--query-user", "Bob"});
+  const std::string status = ok({"request", "status", "--user", "Jane Doe/Acme", "--query-user", "Bob"}).out;
   const auto received = task.received();
   ASSERT_EQ(received.size(), 5u);
 
@@ -179,6 +179,10 @@ TEST_F(AdminRequestConcurrency, SetCarriesEveryValueAndPagesCarryTheirMarkers) {
     EXPECT_TRUE(has(received[1 + i].document, "LoginName=\"jdoe\"")) << received[1 + i].document;
   }
   EXPECT_TRUE(has(received[4].document, "Action=\"3\"")) << received[4].document;
+  // A status request names no mail file, and its reply shows a User
+  // element per line.
+  EXPECT_FALSE(has(received[4].document, "MailBox=")) << received[4].document;
+  EXPECT_TRUE(has(status, "<OOOReadObject>\n<User OOOEnable=\"0\">Jane Doe</User>\n</OOOReadObject>")) << status;
 }
 
 TEST_F(AdminRequestConcurrency, RawDocumentsGoUnchangedAndMakeTheQueueTheyName) {

@@ -37,6 +37,7 @@
 #include "ostime.h"
 #include "request/IPOOO.h"
 #include "tests/support/reply_attributes.h"
+#include "tests/support/reply_document.h"
 #include "tests/task/mail_database_fixture.h"
 
 #include <nlohmann/json.hpp>
@@ -51,54 +52,9 @@ namespace fs = std::filesystem;
 using tarnwick::testing::kJane;
 using tarnwick::testing::kJaneMail;
 using tarnwick::testing::kMail1;
+using tarnwick::testing::parseReply;
+using tarnwick::testing::Reply;
 using tarnwick::testing::readFile;
-
-// The reply document as attribute names in written order, their values
-// (entities resolved) and the User element's text.
-struct Reply {
-  std::vector<std::string> order;  // as written in the file
-  std::map<std::string, std::string> values;
-  std::string user;
-  bool has(const std::string& name) const { return values.count(name) != 0; }
-  std::string operator[](const std::string& name) const {
-    auto found = values.find(name);
-    return found == values.end() ? "<missing>" : found->second;
-  }
-};
-
-std::string unescape(std::string text) {
-  const std::pair<const char*, const char*> entities[] = {{"&#10;", "\n"}, {"&#xA;", "\n"}, {"&quot;", "\""},
-                                                          {"&lt;", "<"},   {"&gt;", ">"},   {"&amp;", "&"}};
-  for (const auto& [entity, plain] : entities) {
-    for (size_t at = text.find(entity); at != std::string::npos; at = text.find(entity, at + 1)) {
-      text.replace(at, std::strlen(entity), plain);
-    }
-  }
-  return text;
-}
-
-Reply parseReply(const std::string& xml) {
-  Reply reply;
-  const size_t open = xml.find("<User ");
-  const size_t close = xml.find('>', open);
-  if (open == std::string::npos || close == std::string::npos) return reply;
-  const std::string attributes = xml.substr(open + 6, close - open - 6);
-  // name="value" pairs separated by blanks.
-  for (size_t at = 0;;) {
-    const size_t equals = attributes.find("=\"", at);
-    if (equals == std::string::npos) break;
-    const size_t nameStart = attributes.find_last_of(' ', equals);
-    const std::string name = attributes.substr(nameStart == std::string::npos ? 0 : nameStart + 1,
-                                               equals - (nameStart == std::string::npos ? 0 : nameStart + 1));
-    const size_t valueEnd = attributes.find('"', equals + 2);
-    reply.order.push_back(name);
-    reply.values[name] = unescape(attributes.substr(equals + 2, valueEnd - equals - 2));
-    at = valueEnd + 1;
-  }
-  const size_t userEnd = xml.find("</User>", close);
-  if (userEnd != std::string::npos) reply.user = unescape(xml.substr(close + 1, userEnd - close - 1));
-  return reply;
-}
 
 // Now moved by whole days.
 TIMEDATE daysFromNow(int days) {
@@ -591,7 +547,7 @@ std::vector<char> readAssistInfo() {
   return bytes;
 }
 
-TEST_F(OOOQuery, EnablingUpgradesAnOldScheduleRecordAndLeavesAShortOneAlone) {
+TEST_F(OOOQuery, EnablingUpgradesOldScheduleRecordsShortOnesIncluded) {
   addJane("agent");
   auto enable = [&] {
     IPOOO context;
@@ -607,10 +563,18 @@ TEST_F(OOOQuery, EnablingUpgradesAnOldScheduleRecordAndLeavesAShortOneAlone) {
   std::vector<char> upgraded = record;
   upgraded[0] = 2;
   EXPECT_EQ(readAssistInfo(), upgraded);
-  // A value too short for the record is kept as it is.
+  // A value shorter than the record is read as far as it goes and written
+  // back whole, the missing bytes as zero.
   writeAssistInfo({1, 0, 3});
   enable();
-  EXPECT_EQ(readAssistInfo(), (std::vector<char>{1, 0, 3}));
+  std::vector<char> completed(ODSLength(_ODS_ASSISTSTRUCT), 0);
+  completed[0] = 2;
+  completed[2] = 3;
+  EXPECT_EQ(readAssistInfo(), completed);
+  // A version 2 record is left as it is.
+  writeAssistInfo(upgraded);
+  enable();
+  EXPECT_EQ(readAssistInfo(), upgraded);
 }
 
 TEST_F(OOOQuery, AgentSwitchesChangeTheAgentNoteAndProfile) {

@@ -52,6 +52,8 @@ constexpr StatusText kStatusTexts[] = {
     {ERR_INVALID_ITEMUNK, "Document is damaged or obsolete (unrecognized field)"},
     {ERR_CANNOT_OPEN_NSF, "File not found or not a Notes database"},
     {ERR_DUPLICATE_UNID, "Database already contains a document with this ID (UNID)"},
+    {ERR_TRANSACTION_OPEN, "A transaction is already open on this database"},
+    {ERR_NO_TRANSACTION, "No transaction is open on this database"},
     {ERR_NO_SUCH_NAMESPACE, "Domino Directory does not contain a required view"},
     {ERR_NO_NAMES_FILE, "Domino Directory does not exist"},
     {ERR_NO_SUCH_NAMES_BOOK, "No more Domino Directory databases"},

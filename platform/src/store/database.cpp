@@ -563,7 +563,44 @@ void Database::own_block(DHANDLE block) {
   owned_blocks_.push_back(block);
 }
 
+STATUS Database::begin_transaction() {
+  std::lock_guard lock(connection_->mutex);
+  if (connection_->caller_transaction) return ERR_TRANSACTION_OPEN;
+  const int rc = connection_->exec("BEGIN IMMEDIATE");
+  if (rc != SQLITE_OK) return status_from_sqlite(rc);
+  connection_->caller_transaction = true;
+  return NOERROR;
+}
+
+STATUS Database::commit_transaction() {
+  std::lock_guard lock(connection_->mutex);
+  if (!connection_->caller_transaction) return ERR_NO_TRANSACTION;
+  const int rc = connection_->exec("COMMIT");
+  if (rc != SQLITE_OK) {
+    // A commit that fails leaves nothing of the transaction behind.
+    connection_->exec("ROLLBACK");
+    connection_->caller_transaction = false;
+    return status_from_sqlite(rc);
+  }
+  connection_->caller_transaction = false;
+  return NOERROR;
+}
+
+STATUS Database::rollback_transaction() {
+  std::lock_guard lock(connection_->mutex);
+  if (!connection_->caller_transaction) return ERR_NO_TRANSACTION;
+  connection_->caller_transaction = false;
+  const int rc = connection_->exec("ROLLBACK");
+  return rc == SQLITE_OK ? NOERROR : status_from_sqlite(rc);
+}
+
 Database::~Database() {
+  // The connection goes back to the pool: a transaction left open ends here.
+  if (connection_ && connection_->caller_transaction) {
+    std::lock_guard lock(connection_->mutex);
+    connection_->exec("ROLLBACK");
+    connection_->caller_transaction = false;
+  }
   for (DHANDLE block : owned_blocks_) OSMemFree(block);
 }
 

@@ -119,6 +119,18 @@ class Database {
   // Profile notes: (note ID, $Name) pairs in note ID order.
   STATUS profile_notes(std::vector<std::pair<NOTEID, std::string>>* out);
 
+  // A caller's transaction over every write through this database object
+  // (NSFTransactionBegin): it takes the file's write lock at once, so that
+  // writers of one file follow each other, and stores all writes made until
+  // commit_transaction together (rollback_transaction, or the database
+  // object going away, drops them). ERR_TRANSACTION_OPEN when one is open
+  // already, ERR_NO_TRANSACTION for a commit or rollback without one. After
+  // a rollback, notes written meanwhile carry sequences that were never
+  // stored: their next update is refused as a conflict.
+  STATUS begin_transaction();
+  STATUS commit_transaction();
+  STATUS rollback_transaction();
+
   // Commits through this database's connection are no longer flushed to
   // disk one by one, only at WAL checkpoints. A process that dies keeps
   // them (they are in the operating system's cache); a machine that loses

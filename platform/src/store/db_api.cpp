@@ -77,6 +77,32 @@ STATUS LNPUBLIC NSFDbClose(DBHANDLE hDB) {
   return handles().remove(hDB, HandleKind::kDatabase) ? NOERROR : ERR_DB_NOT_OPEN;
 }
 
+STATUS LNPUBLIC NSFTransactionBegin(DBHANDLE hDB, DWORD flags) {
+  return guarded([&]() -> STATUS {
+    if (flags != 0) return ERR_BAD_PARAM;
+    auto database = find_database(hDB);
+    if (!database) return ERR_DB_NOT_OPEN;
+    return database->begin_transaction();
+  });
+}
+
+STATUS LNPUBLIC NSFTransactionCommit(DBHANDLE hDB, DWORD flags) {
+  return guarded([&]() -> STATUS {
+    if (flags != 0) return ERR_BAD_PARAM;
+    auto database = find_database(hDB);
+    if (!database) return ERR_DB_NOT_OPEN;
+    return database->commit_transaction();
+  });
+}
+
+STATUS LNPUBLIC NSFTransactionRollback(DBHANDLE hDB) {
+  return guarded([&]() -> STATUS {
+    auto database = find_database(hDB);
+    if (!database) return ERR_DB_NOT_OPEN;
+    return database->rollback_transaction();
+  });
+}
+
 STATUS LNPUBLIC NSFDbCreate(const char* PathName, WORD DbClass, BOOL ForceCreation) {
   return guarded([&]() -> STATUS {
     std::filesystem::path file;

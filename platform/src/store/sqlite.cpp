@@ -117,18 +117,25 @@ Statement Connection::prepare(const char* sql) {
 int Connection::exec(const char* sql) { return sqlite3_exec(db_, sql, nullptr, nullptr, nullptr); }
 
 WriteTransaction::~WriteTransaction() {
-  if (open_) connection_.exec("ROLLBACK");
+  if (!open_) return;
+  if (nested_) {
+    connection_.exec("ROLLBACK TO note_write");
+    connection_.exec("RELEASE note_write");
+  } else {
+    connection_.exec("ROLLBACK");
+  }
 }
 
 STATUS WriteTransaction::begin() {
-  int rc = connection_.exec("BEGIN IMMEDIATE");
+  nested_ = connection_.caller_transaction;
+  int rc = connection_.exec(nested_ ? "SAVEPOINT note_write" : "BEGIN IMMEDIATE");
   if (rc != SQLITE_OK) return status_from_sqlite(rc);
   open_ = true;
   return NOERROR;
 }
 
 STATUS WriteTransaction::commit() {
-  int rc = connection_.exec("COMMIT");
+  int rc = connection_.exec(nested_ ? "RELEASE note_write" : "COMMIT");
   if (rc != SQLITE_OK) return status_from_sqlite(rc);
   open_ = false;
   return NOERROR;

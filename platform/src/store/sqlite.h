@@ -88,6 +88,10 @@ class Connection {
 
   // Guards every use of the connection and its statements.
   std::mutex mutex;
+  // A caller's transaction (NSFTransactionBegin) is open on the connection:
+  // WriteTransactions then nest in it as savepoints, and nothing reaches
+  // the file before the caller commits. Guarded by mutex.
+  bool caller_transaction = false;
 
  private:
   Connection(sqlite3* db, std::string path) : db_(db), path_(std::move(path)) {}
@@ -99,6 +103,8 @@ class Connection {
 };
 
 // A write transaction (BEGIN IMMEDIATE) that rolls back unless committed.
+// Inside a caller's transaction it is a savepoint instead: a failed write
+// is undone whole and the rest of the caller's transaction goes on.
 class WriteTransaction {
  public:
   explicit WriteTransaction(Connection& connection) : connection_(connection) {}
@@ -107,12 +113,14 @@ class WriteTransaction {
   WriteTransaction& operator=(const WriteTransaction&) = delete;
 
   STATUS begin();
-  // Commits; the commit is synced to disk before this returns.
+  // Commits; the commit is synced to disk before this returns (inside a
+  // caller's transaction: when the caller commits).
   STATUS commit();
 
  private:
   Connection& connection_;
   bool open_ = false;
+  bool nested_ = false;
 };
 
 }  // namespace tarnwick::rt::store
