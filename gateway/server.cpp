@@ -456,8 +456,10 @@ struct Gateway::Impl {
     s.Get("/api/v1/session", [this](const Request& req, Response& res) { session_info(req, res); });
     s.Post("/api/v1/session", [this](const Request& req, Response& res) { sign_in(req, res); });
     s.Delete("/api/v1/session", [this](const Request& req, Response& res) { sign_out(req, res); });
-    s.Get(R"(/api/v1/users/([^/]+)/ooo)", [this](const Request& req, Response& res) { get_ooo(req, res); });
-    s.Put(R"(/api/v1/users/([^/]+)/ooo)", [this](const Request& req, Response& res) { put_ooo(req, res); });
+    // A name may hold "/" ("Jane Doe/Acme", sent as %2F, which the server
+    // decodes before matching): the name is everything between the two.
+    s.Get(R"(/api/v1/users/(.+)/ooo)", [this](const Request& req, Response& res) { get_ooo(req, res); });
+    s.Put(R"(/api/v1/users/(.+)/ooo)", [this](const Request& req, Response& res) { put_ooo(req, res); });
     s.Get("/api/v1/status", [this](const Request& req, Response& res) { get_status(req, res); });
 
     s.Get("/pages/web", [this](const Request& req, Response& res) { request_page(req, res, client::RequestKind::page); });
