@@ -3,6 +3,8 @@
 // ISO 8601 with a numeric offset). Malformed input is a UsageError.
 #pragma once
 
+#include "client.h"
+
 #include <string>
 #include <variant>
 #include <vector>

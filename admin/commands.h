@@ -4,6 +4,8 @@
 // has been parsed, so global options may stand anywhere.
 #pragma once
 
+#include "client.h"
+
 #include <functional>
 #include <memory>
 

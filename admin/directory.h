@@ -6,6 +6,8 @@
 // canonical.
 #pragma once
 
+#include "client.h"
+
 #include <optional>
 #include <string>
 #include <vector>

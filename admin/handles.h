@@ -3,6 +3,8 @@
 // throws Failure naming what was being done.
 #pragma once
 
+#include "client.h"
+
 #include <functional>
 #include <optional>
 #include <string>

@@ -6,6 +6,8 @@
 // with "O".
 #pragma once
 
+#include "client.h"
+
 #include <string>
 
 namespace tarnwick::admin {

@@ -13,6 +13,8 @@
 // come in stored order.
 #pragma once
 
+#include "client.h"
+
 #include <string>
 
 #include <nlohmann/json.hpp>

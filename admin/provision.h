@@ -5,6 +5,8 @@
 // and the server log log.nsf.
 #pragma once
 
+#include "client.h"
+
 #include <filesystem>
 #include <string>
 #include <vector>

@@ -5,6 +5,8 @@
 // from the data directory.
 #pragma once
 
+#include "client.h"
+
 #include <filesystem>
 #include <string>
 #include <vector>
