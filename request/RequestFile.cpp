@@ -13,12 +13,13 @@
 
 #include "global.h"
 #include "osenv.h"
+#include "protocol/ProtocolNames.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-constexpr const char* kSpoolFolder = "spool";
+using tarnwick::protocol::kSpoolFolder;
 constexpr const char* kFoldersVariable = "OOORequestFolders";
 constexpr const char* kMaxBytesVariable = "OOORequestMaxBytes";
 constexpr WORD kVariableLimit = 4096;

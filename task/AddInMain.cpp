@@ -161,7 +161,7 @@ STATUS TaskHost::createServletList() {
   if (status != NOERROR) return status;
   for (int i = 0; i < kServletListSize; ++i) {
     char name[128];
-    int length = std::snprintf(name, sizeof name, "%s_%d", kServletListQueueName, i);
+    int length = std::snprintf(name, sizeof name, kServletListNameFormat, kServletListQueueName, i);
     status = MQPut(servletList_, 0, name, static_cast<WORD>(length), 0);
     if (status != NOERROR) return status;
   }

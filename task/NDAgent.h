@@ -24,6 +24,7 @@
 #define TARNWICK_TASK_NDAGENT_H
 
 #include "global.h"
+#include "protocol/ProtocolNames.h"
 
 // Thread-argument record, filled afresh by the main loop for each message.
 // Every text field is zero-filled before use, so it stays terminated while
@@ -40,17 +41,20 @@ struct RequestThreadRecord {
 };
 
 inline constexpr const char* kTaskName = "Tarnwick";
-inline constexpr const char* kRequestQueueName = "MQ$OutOfOffice";
-inline constexpr const char* kServletListQueueName = "MQ$OOOServletList";
-inline constexpr int kServletListSize = 50;
-inline constexpr WORD kMaxRequestMessage = 512;
 inline constexpr DWORD kRequestWaitMs = 10000;
 // Servers of this build or later offer the out-of-office service interface.
 inline constexpr WORD kLastBuildWithoutOOOApi = 378;
 
-inline constexpr const char* kMarkerInstallIOS = "ND_REQUEST_INSTALL_IOS_OOO_";
-inline constexpr const char* kMarkerMobile = "ND_REQUEST_MOBILE_OOO_";
-inline constexpr const char* kMarkerWeb = "ND_REQUEST_OOO_";
+// The queues, the reply-queue pool and the page markers, as every front end
+// knows them.
+using tarnwick::protocol::kMarkerInstallIOS;
+using tarnwick::protocol::kMarkerMobile;
+using tarnwick::protocol::kMarkerWeb;
+using tarnwick::protocol::kRequestQueueName;
+using tarnwick::protocol::kServletListNameFormat;
+using tarnwick::protocol::kServletListQueueName;
+using tarnwick::protocol::kServletListSize;
+inline constexpr WORD kMaxRequestMessage = static_cast<WORD>(tarnwick::protocol::kMaxRequestMessage);
 
 // The kind of request a message carries: the first marker found anywhere in
 // the text, in the order install, mobile, web; a plain request otherwise.
