@@ -148,7 +148,8 @@ class UserStatus : public tarnwick::testing::MailDatabaseTest {
     context.Username = tarnwick::testing::kJane;
     context.MailServer = kMail1;
     context.MailBox = tarnwick::testing::kJaneMail;
-    std::string path = (root_ / "query.xml").string();
+    fs::create_directories(data() / "spool");
+    std::string path = (data() / "spool" / "query.xml").string();
     EXPECT_EQ(context.getOOO(path), "OK");
     const auto users = parseUsers(readFile(path));
     return users.empty() ? std::vector<std::string>{} : users.front().order;
