@@ -37,6 +37,124 @@ STATUS appendText(NOTEHANDLE note, WORD flags, const char* name, const std::stri
   return NSFItemAppend(note, flags, name, nameLength(name), TYPE_TEXT, text.data(), text.size());
 }
 
+STATUS openAgentNote(DBHANDLE db, NOTEHANDLE* note) {
+  NOTEID noteId = 0;
+  STATUS status = NIFFindDesignNote(db, kAgentName, NOTE_CLASS_FILTER, &noteId);
+  if (status == NOERROR) status = NSFNoteOpen(db, noteId, 0, note);
+  return status;
+}
+
+// Drops the run-on items and takes the assistant flags out of the note
+// (empty when it has none), to be written back changed.
+STATUS takeAssistFlags(NOTEHANDLE note, std::string& flags) {
+  if (STATUS status = deleteIfPresent(note, "$UpdatedBy")) return status;
+  if (STATUS status = deleteIfPresent(note, FILTER_MACHINE_ITEM)) return status;
+  if (!hasItem(note, ASSIST_FLAGS_ITEM)) return NOERROR;
+  flags = itemText(note, ASSIST_FLAGS_ITEM, 256);
+  return deleteIfPresent(note, ASSIST_FLAGS_ITEM);
+}
+
+// The agent runs on, and is updated by, the mail server.
+STATUS runOnServer(NOTEHANDLE note, const std::string& server) {
+  if (STATUS status = appendText(note, kSummarySigned, FILTER_MACHINE_ITEM, server)) return status;
+  return appendText(note, ITEM_SUMMARY, "$UpdatedBy", server);
+}
+
+// Signs the note with the server's ID and saves it.
+STATUS signAndSave(NOTEHANDLE note) {
+  if (STATUS status = NSFNoteSign(note)) return status;
+  return NSFNoteUpdate(note, UPDATE_FORCE);
+}
+
+STATUS disableOnNote(NOTEHANDLE note, std::string flags) {
+  const size_t enabled = flags.find(ASSIST_FLAG_ENABLED);
+  if (enabled != std::string::npos) flags.erase(enabled, 1);
+  if (STATUS status = appendText(note, kSummarySigned, ASSIST_FLAGS_ITEM, flags)) return status;
+  return signAndSave(note);
+}
+
+// The schedule record: versions before 2 are rewritten as version 2. Any
+// value longer than its type word counts; a value too short to hold the
+// whole record is read as far as it goes and the rest of the record is
+// taken as zero, so nothing is read past the stored bytes.
+STATUS upgradeScheduleRecord(NOTEHANDLE note) {
+  BLOCKID item{};
+  BLOCKID value{};
+  WORD type = 0;
+  DWORD length = 0;
+  if (NSFItemInfo(note, ASSIST_INFO_ITEM, nameLength(ASSIST_INFO_ITEM), &item, &type, &value, &length) != NOERROR ||
+      length <= 1 || type != TYPE_ASSISTANT_INFO) {
+    return NOERROR;
+  }
+  const DWORD recordLength = ODSLength(_ODS_ASSISTSTRUCT);
+  std::string raw(recordLength, '\0');
+  const DWORD stored = length - sizeof(WORD);
+  std::memcpy(raw.data(), OSLockBlock(char, value) + sizeof(WORD), stored < recordLength ? stored : recordLength);
+  OSUnlockObject(value.pool);
+  ODS_ASSISTSTRUCT info{};
+  const void* source = raw.data();
+  ODSReadMemory(&source, _ODS_ASSISTSTRUCT, &info, 1);
+  if (info.wVersion >= 2) return NOERROR;
+
+  info.wVersion = 2;
+  const DWORD newLength = ODSLength(_ODS_ASSISTSTRUCT) + sizeof(WORD);
+  DHANDLE block = NULLHANDLE;
+  STATUS status = OSMemAlloc(BLK_MEM_ALLOC, newLength, &block);
+  if (status == NOERROR) status = NSFItemDeleteByBLOCKID(note, item);
+  if (status == NOERROR) {
+    void* out = OSLockObject(block);
+    const WORD typeWord = TYPE_ASSISTANT_INFO;
+    std::memcpy(out, &typeWord, sizeof typeWord);
+    void* record = static_cast<char*>(out) + sizeof typeWord;
+    ODSWriteMemory(&record, _ODS_ASSISTSTRUCT, &info, 1);
+    OSUnlockObject(block);
+    const BLOCKID newValue{block, 0};
+    status = NSFItemAppendByBLOCKID(note, ITEM_SIGN, ASSIST_INFO_ITEM, nameLength(ASSIST_INFO_ITEM), newValue,
+                                    newLength, nullptr);
+    block = NULLHANDLE;  // the note owns it now
+  }
+  if (block != NULLHANDLE) OSMemFree(block);
+  return status;
+}
+
+// The agent runs on behalf of the mail file's owner, else of the user.
+STATUS runOnBehalfOfOwner(NOTEHANDLE note, DBHANDLE db, const std::string& userName) {
+  const std::string owner = calendarOwner(db, userName);
+  if (STATUS status = deleteIfPresent(note, "$OnBehalfOf")) return status;
+  return appendText(note, kSummarySigned, "$OnBehalfOf", owner);
+}
+
+// "$FlagsExt" gains the activation letter "a"; a missing one is created empty.
+STATUS markActivation(NOTEHANDLE note) {
+  if (!hasItem(note, "$FlagsExt")) return appendText(note, kSummarySigned, "$FlagsExt", "");
+  const std::string flagsExt = itemText(note, "$FlagsExt", 256);
+  if (flagsExt.find('a') != std::string::npos) return NOERROR;
+  if (STATUS status = deleteIfPresent(note, "$FlagsExt")) return status;
+  return appendText(note, kSummarySigned, "$FlagsExt", flagsExt + "a");
+}
+
+// "$Restricted" becomes 0.
+STATUS clearRestriction(NOTEHANDLE note) {
+  NUMBER restricted = 0;
+  const NUMBER zero = 0;
+  if (NSFItemGetNumber(note, "$Restricted", &restricted)) {
+    if (restricted == 0) return NOERROR;
+    if (STATUS status = deleteIfPresent(note, "$Restricted")) return status;
+  }
+  return NSFItemAppend(note, kSummarySigned, "$Restricted", 11, TYPE_NUMBER, &zero, sizeof zero);
+}
+
+STATUS enableOnNote(NOTEHANDLE note, std::string flags, DBHANDLE db, const std::string& userName) {
+  if (STATUS status = upgradeScheduleRecord(note)) return status;
+  if (flags.find(ASSIST_FLAG_ENABLED) == std::string::npos) flags += ASSIST_FLAG_ENABLED;
+  if (STATUS status = appendText(note, kSummarySigned, ASSIST_FLAGS_ITEM, flags)) return status;
+  if (STATUS status = runOnBehalfOfOwner(note, db, userName)) return status;
+  if (STATUS status = markActivation(note)) return status;
+  if (STATUS status = clearRestriction(note)) return status;
+  if (STATUS status = deleteIfPresent(note, "$AssistFlags2")) return status;
+  return signAndSave(note);
+}
+
 }  // namespace
 
 int IPOOO::getAgent(int reopen) {
@@ -95,102 +213,13 @@ int IPOOO::SetTaskType(WORD value) {
 
 int IPOOO::setAgentEnable(int enable) {
   if (hMailDb == NULLHANDLE) return 0;
-  NOTEID noteId = 0;
   NOTEHANDLE note = NULLHANDLE;
-  STATUS status = NIFFindDesignNote(hMailDb, kAgentName, NOTE_CLASS_FILTER, &noteId);
-  if (status == NOERROR) status = NSFNoteOpen(hMailDb, noteId, 0, &note);
-  if (status == NOERROR) status = deleteIfPresent(note, "$UpdatedBy");
-  if (status == NOERROR) status = deleteIfPresent(note, FILTER_MACHINE_ITEM);
-
   std::string flags;
-  if (status == NOERROR && hasItem(note, ASSIST_FLAGS_ITEM)) {
-    flags = itemText(note, ASSIST_FLAGS_ITEM, 256);
-    status = deleteIfPresent(note, ASSIST_FLAGS_ITEM);
-  }
-  if (status == NOERROR) status = appendText(note, kSummarySigned, FILTER_MACHINE_ITEM, MailServer);
-  if (status == NOERROR) status = appendText(note, ITEM_SUMMARY, "$UpdatedBy", MailServer);
-
-  if (status == NOERROR && enable == 0) {
-    const size_t enabled = flags.find(ASSIST_FLAG_ENABLED);
-    if (enabled != std::string::npos) flags.erase(enabled, 1);
-    status = appendText(note, kSummarySigned, ASSIST_FLAGS_ITEM, flags);
-    if (status == NOERROR) status = NSFNoteSign(note);
-    if (status == NOERROR) status = NSFNoteUpdate(note, UPDATE_FORCE);
-  } else if (status == NOERROR) {
-    // The schedule record: versions before 2 are rewritten as version 2.
-    // Any value longer than its type word counts; a value too short to hold
-    // the whole record is read as far as it goes and the rest of the record
-    // is taken as zero, so nothing is read past the stored bytes.
-    BLOCKID item{};
-    BLOCKID value{};
-    WORD type = 0;
-    DWORD length = 0;
-    if (NSFItemInfo(note, ASSIST_INFO_ITEM, nameLength(ASSIST_INFO_ITEM), &item, &type, &value, &length) == NOERROR &&
-        length > 1 && type == TYPE_ASSISTANT_INFO) {
-      const DWORD recordLength = ODSLength(_ODS_ASSISTSTRUCT);
-      std::string raw(recordLength, '\0');
-      const DWORD stored = length - sizeof(WORD);
-      std::memcpy(raw.data(), OSLockBlock(char, value) + sizeof(WORD), stored < recordLength ? stored : recordLength);
-      OSUnlockObject(value.pool);
-      ODS_ASSISTSTRUCT info{};
-      const void* source = raw.data();
-      ODSReadMemory(&source, _ODS_ASSISTSTRUCT, &info, 1);
-      if (info.wVersion < 2) {
-        info.wVersion = 2;
-        const DWORD newLength = ODSLength(_ODS_ASSISTSTRUCT) + sizeof(WORD);
-        DHANDLE block = NULLHANDLE;
-        status = OSMemAlloc(BLK_MEM_ALLOC, newLength, &block);
-        if (status == NOERROR) status = NSFItemDeleteByBLOCKID(note, item);
-        if (status == NOERROR) {
-          void* out = OSLockObject(block);
-          const WORD typeWord = TYPE_ASSISTANT_INFO;
-          std::memcpy(out, &typeWord, sizeof typeWord);
-          void* record = static_cast<char*>(out) + sizeof typeWord;
-          ODSWriteMemory(&record, _ODS_ASSISTSTRUCT, &info, 1);
-          OSUnlockObject(block);
-          const BLOCKID newValue{block, 0};
-          status = NSFItemAppendByBLOCKID(note, ITEM_SIGN, ASSIST_INFO_ITEM, nameLength(ASSIST_INFO_ITEM), newValue,
-                                          newLength, nullptr);
-          block = NULLHANDLE;  // the note owns it now
-        }
-        if (block != NULLHANDLE) OSMemFree(block);
-      }
-    }
-    if (status == NOERROR) {
-      if (flags.find(ASSIST_FLAG_ENABLED) == std::string::npos) flags += ASSIST_FLAG_ENABLED;
-      status = appendText(note, kSummarySigned, ASSIST_FLAGS_ITEM, flags);
-    }
-    if (status == NOERROR) {
-      const std::string owner = calendarOwner(hMailDb, Username);
-      status = deleteIfPresent(note, "$OnBehalfOf");
-      if (status == NOERROR) status = appendText(note, kSummarySigned, "$OnBehalfOf", owner);
-    }
-    if (status == NOERROR) {
-      if (hasItem(note, "$FlagsExt")) {
-        std::string flagsExt = itemText(note, "$FlagsExt", 256);
-        if (flagsExt.find('a') == std::string::npos) {
-          status = deleteIfPresent(note, "$FlagsExt");
-          if (status == NOERROR) status = appendText(note, kSummarySigned, "$FlagsExt", flagsExt + "a");
-        }
-      } else {
-        status = appendText(note, kSummarySigned, "$FlagsExt", "");
-      }
-    }
-    if (status == NOERROR) {
-      NUMBER restricted = 0;
-      const NUMBER zero = 0;
-      if (!NSFItemGetNumber(note, "$Restricted", &restricted)) {
-        status = NSFItemAppend(note, kSummarySigned, "$Restricted", 11, TYPE_NUMBER, &zero, sizeof zero);
-      } else if (restricted != 0) {
-        status = deleteIfPresent(note, "$Restricted");
-        if (status == NOERROR) {
-          status = NSFItemAppend(note, kSummarySigned, "$Restricted", 11, TYPE_NUMBER, &zero, sizeof zero);
-        }
-      }
-    }
-    if (status == NOERROR) status = deleteIfPresent(note, "$AssistFlags2");
-    if (status == NOERROR) status = NSFNoteSign(note);
-    if (status == NOERROR) status = NSFNoteUpdate(note, UPDATE_FORCE);
+  STATUS status = openAgentNote(hMailDb, &note);
+  if (status == NOERROR) status = takeAssistFlags(note, flags);
+  if (status == NOERROR) status = runOnServer(note, MailServer);
+  if (status == NOERROR) {
+    status = enable == 0 ? disableOnNote(note, flags) : enableOnNote(note, flags, hMailDb, Username);
   }
   if (note != NULLHANDLE) NSFNoteClose(note);
   if (status != NOERROR) throw IPException("setAgentEnable", getErrorMsg(status).c_str());

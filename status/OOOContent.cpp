@@ -5,8 +5,10 @@
 // the sample dates and the owner's name are replaced by the placeholders
 // var_First, var_Back and var_User so that a front end can fill in its own.
 // The profile note is changed in memory only and never saved here.
+#include <algorithm>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "dname.h"
 #include "engine/ProfileItems.h"
@@ -32,11 +34,11 @@ constexpr char kDefaultDaysOutS[] = "I am out of the office until var_Back.";
 constexpr char kDefaultAppendSubjectDate[] = "(returning var_Back)";
 constexpr char kDefaultResetSubject[] = "var_User is Out Of Office";
 
-// The common name of a distinguished name (empty when it has none); the
-// whole name when it does not parse.
-std::string commonName(const std::string& name) {
+// The common name of a distinguished name (empty when it has none);
+// unparsed when the name does not parse.
+std::string commonName(const std::string& name, const std::string& unparsed) {
   DN_COMPONENTS parts{};
-  if (DNParse(0, nullptr, name.c_str(), &parts, sizeof parts) != NOERROR) return name;
+  if (DNParse(0, nullptr, name.c_str(), &parts, sizeof parts) != NOERROR) return unparsed;
   return parts.CN == nullptr ? std::string() : std::string(parts.CN, parts.CNLength);
 }
 
@@ -59,6 +61,248 @@ STATUS deleteAll(NOTEHANDLE note, std::initializer_list<const char*> names) {
     if (STATUS status = deleteIfPresent(note, name)) return status;
   }
   return NOERROR;
+}
+
+// The owner: the common name of the profile's "$Owner", else the request's
+// user name.
+void readOwnerName(IPOOO& context) {
+  const std::string owner = itemText(context.hProfile, "$Owner");
+  context.ownerName = owner.empty() ? context.Username : commonName(owner, context.Username);
+  context.translator->TranslatorLMBCSToUTF8(context.ownerName);
+}
+
+// The subject as lines, else "<user> is out of the office".
+void readSubject(IPOOO& context) {
+  const std::string subject = itemText(context.hProfile, "GeneralSubject");
+  context.oooSubject = hasItem(context.hProfile, "GeneralSubject") && !subject.empty()
+                           ? asLines(subject)
+                           : commonName(context.Username, context.Username) + " is out of the office";
+  context.translator->TranslatorLMBCSToUTF8(context.oooSubject);
+}
+
+// The message as lines; a stored "(null)" is no message.
+void readMessage(IPOOO& context) {
+  context.oooMessage.clear();
+  if (!hasItem(context.hProfile, "GeneralMessage")) return;
+  context.oooMessage = asLines(itemText(context.hProfile, "GeneralMessage"));
+  if (context.oooMessage == "(null)") {
+    context.oooMessage.clear();
+  } else {
+    context.translator->TranslatorLMBCSToUTF8(context.oooMessage);
+  }
+}
+
+void readShowHours(IPOOO& context) {
+  context.showHoursText = context.agentMode == 0 ? itemText(context.hProfile, "ShowHours") : std::string();
+  context.translator->TranslatorLMBCSToUTF8(context.showHoursText);
+}
+
+// The leave and return dates; whatever cannot be read is now.
+void readDates(IPOOO& context, const TIMEDATE& now) {
+  if (!NSFItemGetTime(context.hProfile, "dateFirstDayOut", &context.firstDayOut)) context.firstDayOut = now;
+  if (!NSFItemGetTime(context.hProfile, "StartTime", &context.startTime)) context.startTime = now;
+  if (!NSFItemGetTime(context.hProfile, "dateFirstDayBack", &context.firstDayBack)) context.firstDayBack = now;
+  if (!NSFItemGetTime(context.hProfile, "EndTime", &context.endTime)) context.endTime = now;
+}
+
+// Out from now until the same time tomorrow.
+void resetDates(IPOOO& context, const TIMEDATE& now) {
+  context.firstDayOut = now;
+  context.startTime = now;
+  context.firstDayBack = now;
+  TimeDateAdjust(&context.firstDayBack, 0, 0, 0, 1, 0, 0);
+  context.endTime = context.firstDayBack;
+}
+
+// The content is read also from mail databases whose agent cannot be had;
+// they read as isAgentEnable does without an agent handle.
+int agentEnabled(IPOOO& context) {
+  try {
+    return context.isAgentEnable(1);
+  } catch (const IPException&) {
+    return 1;
+  }
+}
+
+// Switched on in agent mode: on when the administration process enabled the
+// agent or the agent is enabled.
+void readAgentSwitchedOn(IPOOO& context, const TIMEDATE& now) {
+  const std::string adminStatus = itemText(context.hProfile, "AdminP_Status");
+  if (strcasecmp(adminStatus.c_str(), "ENABLE") == 0 || agentEnabled(context) != 0) {
+    context.oooEnabled = 1;
+    return;
+  }
+  context.oooEnabled = 0;
+  // The AdminP_Status text, not TaskState, decides the reset here.
+  if (adminStatus.rfind('1', 0) == 0 && context.updateSettings == 0) resetDates(context, now);
+}
+
+// Switched on in service mode: on until the return day has passed.
+void readServiceSwitchedOn(IPOOO& context, char state, const TIMEDATE& now) {
+  if (TimeDateCompare(&context.firstDayBack, &now) < 0) {
+    context.oooEnabled = 0;
+    if (state == '1' && context.updateSettings == 0) resetDates(context, now);
+  } else {
+    context.oooEnabled = 1;
+  }
+}
+
+// Switched off in agent mode: off when the administration process disabled
+// the agent or the agent is disabled.
+void readAgentSwitchedOff(IPOOO& context, const TIMEDATE& now) {
+  const std::string adminStatus = itemText(context.hProfile, "AdminP_Status");
+  if (strcasecmp(adminStatus.c_str(), "DISABLE") == 0 || agentEnabled(context) == 0) {
+    context.oooEnabled = 0;
+    if (adminStatus.rfind('0', 0) == 0) resetDates(context, now);
+  } else {
+    context.oooEnabled = 1;
+  }
+}
+
+void readServiceSwitchedOff(IPOOO& context, char state, const TIMEDATE& now) {
+  context.oooEnabled = 0;
+  if (state == '0' && context.updateSettings == 0) resetDates(context, now);
+}
+
+// On or off, from "TaskState"; an unknown state leaves the flag as it was.
+void readOnOffState(IPOOO& context, const TIMEDATE& now) {
+  const std::string taskState = itemText(context.hProfile, "TaskState");
+  const char state = taskState.empty() ? '\0' : taskState[0];
+  const bool agentMode = context.agentMode != 0;
+  if (taskState.empty()) {
+    context.oooEnabled = 0;
+  } else if (state == '1' || state == '2') {
+    if (agentMode) {
+      readAgentSwitchedOn(context, now);
+    } else {
+      readServiceSwitchedOn(context, state, now);
+    }
+  } else if (state == '0' || state == '3') {
+    if (agentMode) {
+      readAgentSwitchedOff(context, now);
+    } else {
+      readServiceSwitchedOff(context, state, now);
+    }
+  }
+}
+
+// An off state whose dates are both past reports today and tomorrow.
+void resetStaleDates(IPOOO& context, const TIMEDATE& now) {
+  if (context.oooEnabled == 0 && TimeDateDifference(&context.firstDayBack, &now) < 0 &&
+      TimeDateDifference(&context.firstDayOut, &now) < 0) {
+    resetDates(context, now);
+  }
+}
+
+void readOptions(IPOOO& context) {
+  const NOTEHANDLE profile = context.hProfile;
+  context.appendSubjectPresent = hasItem(profile, "AppendSubject") ? 1 : 0;
+  context.appendSubjectFlag =
+      context.appendSubjectPresent != 0 && itemText(profile, "AppendSubject").rfind('1', 0) == 0 ? 1 : 0;
+  context.excludeInternet = itemText(profile, "ExcludeInternetEmail").rfind('1', 0) == 0 ? 1 : 0;
+  context.appendSubjectDateValue = itemText(profile, "AppendSubjectDate");
+  if (!context.appendSubjectDateValue.empty())
+    context.translator->TranslatorLMBCSToUTF8(context.appendSubjectDateValue);
+  context.daysOutValue = itemText(profile, "DaysOut");
+  if (!context.daysOutValue.empty()) context.translator->TranslatorLMBCSToUTF8(context.daysOutValue);
+}
+
+// The template texts used when the mail template's form cannot compute them.
+void setTemplateDefaults(IPOOO& context) {
+  context.profileFormName = "Default";
+  context.templateDaysOut = kDefaultDaysOut;
+  context.templateDaysOutS = kDefaultDaysOutS;
+  context.templateDaysOutV = kDefaultDaysOut;
+  context.templateAppendSubjectDate = kDefaultAppendSubjectDate;
+  context.templateResetSubject = kDefaultResetSubject;
+}
+
+// Adds correspondents, abbreviated and as UTF-8, skipping empty entries;
+// with once, a name already listed is not added again. Returns the status
+// of the last abbreviation, NOERROR when none ran.
+STATUS addNotified(IPOOO& context, const std::vector<std::string>& entries, bool once) {
+  STATUS status = NOERROR;
+  for (const std::string& entry : entries) {
+    if (entry.empty()) continue;
+    char abbreviated[MAXUSERNAME] = {0};
+    status = DNAbbreviate(0, nullptr, entry.c_str(), abbreviated, sizeof abbreviated, nullptr);
+    std::string name = abbreviated;
+    context.translator->TranslatorLMBCSToUTF8(name);
+    std::vector<std::string>& list = context.notifiedList;
+    if (once && std::find(list.begin(), list.end(), name) != list.end()) continue;
+    list.push_back(name);
+  }
+  return status;
+}
+
+// The entries of the profile's "Notified" list.
+std::vector<std::string> profileNotifiedEntries(NOTEHANDLE profile) {
+  std::vector<std::string> entries;
+  const WORD count = NSFItemGetTextListEntries(profile, "Notified");
+  for (WORD i = 0; i < count; ++i) {
+    char entry[1024] = {0};
+    const WORD length = NSFItemGetTextListEntry(profile, "Notified", i, entry, sizeof entry - 1);
+    entries.emplace_back(entry, length < sizeof entry ? length : sizeof entry - 1);
+  }
+  return entries;
+}
+
+// The entries of a locked text or text-list value.
+std::vector<std::string> textEntries(const char* bytes, WORD type, DWORD valueLength) {
+  std::vector<std::string> entries;
+  if (type == TYPE_TEXT) {
+    entries.emplace_back(bytes + sizeof(WORD), valueLength - sizeof(WORD));
+    return entries;
+  }
+  const WORD count = ListGetNumEntries(bytes, TRUE);
+  for (WORD i = 0; i < count; ++i) {
+    char* entry = nullptr;
+    WORD entryLength = 0;
+    if (ListGetText(bytes, TRUE, i, &entry, &entryLength) == NOERROR) entries.emplace_back(entry, entryLength);
+  }
+  return entries;
+}
+
+// Adds the names of the service profile's "Notified_..." items not listed
+// yet. Returns the status that ended the walk over the items.
+STATUS addServiceNotified(IPOOO& context) {
+  const NOTEHANDLE service = context.hServiceProfile;
+  BLOCKID item{};
+  WORD type = 0;
+  BLOCKID value{};
+  DWORD valueLength = 0;
+  STATUS walk = NSFItemInfo(service, nullptr, 0, &item, &type, &value, &valueLength);
+  while (walk == NOERROR && !ISNULLBLOCKID(item)) {
+    char name[256] = {0};
+    WORD nameLength = 0;
+    NSFItemQuery(service, item, name, sizeof name, &nameLength, nullptr, nullptr, nullptr, nullptr);
+    if (isNotifiedItem(name) && (type == TYPE_TEXT_LIST || type == TYPE_TEXT)) {
+      const std::vector<std::string> entries = textEntries(OSLockBlock(const char, value), type, valueLength);
+      OSUnlockObject(value.pool);
+      addNotified(context, entries, true);  // the walk's next call gives the result
+    }
+    walk = NSFItemInfoNext(service, item, nullptr, 0, &item, &type, &value, &valueLength);
+  }
+  return walk;
+}
+
+// Correspondents already notified: the profile's list as it is, then the
+// service's lists without repeating a name. Returns the status of the last
+// abbreviation or item-walk call, NOERROR when neither ran.
+STATUS readNotifiedList(IPOOO& context) {
+  context.notifiedList.clear();
+  STATUS result = NOERROR;
+  if (hasItem(context.hProfile, "Notified"))
+    result = addNotified(context, profileNotifiedEntries(context.hProfile), false);
+  if (context.hServiceProfile != NULLHANDLE) result = addServiceNotified(context);
+  return result;
+}
+
+void convertTemplateTexts(IPOOO& context) {
+  context.translator->TranslatorLMBCSToUTF8(context.templateDaysOut);
+  context.translator->TranslatorLMBCSToUTF8(context.templateDaysOutS);
+  context.translator->TranslatorLMBCSToUTF8(context.templateAppendSubjectDate);
+  context.translator->TranslatorLMBCSToUTF8(context.templateResetSubject);
 }
 
 }  // namespace
@@ -114,181 +358,21 @@ STATUS IPOOO::ProcessFormula(const char* formula, std::string& result) {
 }
 
 STATUS IPOOO::getOOOContent() {
-  STATUS result = NOERROR;
-
-  // Owner, subject, message.
-  const std::string owner = itemText(hProfile, "$Owner");
-  if (owner.empty()) {
-    ownerName = Username;
-  } else {
-    DN_COMPONENTS parts{};
-    if (DNParse(0, nullptr, owner.c_str(), &parts, sizeof parts) != NOERROR) {
-      ownerName = Username;
-    } else {
-      ownerName = parts.CN == nullptr ? std::string() : std::string(parts.CN, parts.CNLength);
-    }
-  }
-  translator->TranslatorLMBCSToUTF8(ownerName);
-
-  const std::string subject = itemText(hProfile, "GeneralSubject");
-  oooSubject = hasItem(hProfile, "GeneralSubject") && !subject.empty() ? asLines(subject)
-                                                                       : commonName(Username) + " is out of the office";
-  translator->TranslatorLMBCSToUTF8(oooSubject);
-
-  oooMessage.clear();
-  if (hasItem(hProfile, "GeneralMessage")) {
-    oooMessage = asLines(itemText(hProfile, "GeneralMessage"));
-    if (oooMessage == "(null)") {
-      oooMessage.clear();
-    } else {
-      translator->TranslatorLMBCSToUTF8(oooMessage);
-    }
-  }
-  showHoursText = agentMode == 0 ? itemText(hProfile, "ShowHours") : std::string();
-  translator->TranslatorLMBCSToUTF8(showHoursText);
-
-  // Dates; whatever cannot be read is now.
+  readOwnerName(*this);
+  readSubject(*this);
+  readMessage(*this);
+  readShowHours(*this);
   TIMEDATE now{};
   OSCurrentTIMEDATE(&now);
-  if (!NSFItemGetTime(hProfile, "dateFirstDayOut", &firstDayOut)) firstDayOut = now;
-  if (!NSFItemGetTime(hProfile, "StartTime", &startTime)) startTime = now;
-  if (!NSFItemGetTime(hProfile, "dateFirstDayBack", &firstDayBack)) firstDayBack = now;
-  if (!NSFItemGetTime(hProfile, "EndTime", &endTime)) endTime = now;
-  auto resetDates = [&] {
-    firstDayOut = now;
-    startTime = now;
-    firstDayBack = now;
-    TimeDateAdjust(&firstDayBack, 0, 0, 0, 1, 0, 0);
-    endTime = firstDayBack;
-  };
+  readDates(*this, now);
   updateSettings = itemText(hProfile, "UpdateSettings").rfind('1', 0) == 0 ? 1 : 0;
-
-  // On or off. The content is read also from mail databases whose agent
-  // cannot be had; they read as isAgentEnable does without an agent handle.
-  auto agentEnabled = [this] {
-    try {
-      return isAgentEnable(1);
-    } catch (const IPException&) {
-      return 1;
-    }
-  };
-  const std::string taskState = itemText(hProfile, "TaskState");
-  const char state = taskState.empty() ? '\0' : taskState[0];
-  if (taskState.empty()) {
-    oooEnabled = 0;
-  } else if (state == '1' || state == '2') {
-    if (agentMode != 0) {
-      const std::string adminStatus = itemText(hProfile, "AdminP_Status");
-      if (strcasecmp(adminStatus.c_str(), "ENABLE") == 0 || agentEnabled() != 0) {
-        oooEnabled = 1;
-      } else {
-        oooEnabled = 0;
-        // The AdminP_Status text, not TaskState, decides the reset here.
-        if (adminStatus.rfind('1', 0) == 0 && updateSettings == 0) resetDates();
-      }
-    } else if (TimeDateCompare(&firstDayBack, &now) < 0) {
-      oooEnabled = 0;
-      if (state == '1' && updateSettings == 0) resetDates();
-    } else {
-      oooEnabled = 1;
-    }
-  } else if (state == '0' || state == '3') {
-    if (agentMode != 0) {
-      const std::string adminStatus = itemText(hProfile, "AdminP_Status");
-      if (strcasecmp(adminStatus.c_str(), "DISABLE") == 0 || agentEnabled() == 0) {
-        oooEnabled = 0;
-        if (adminStatus.rfind('0', 0) == 0) resetDates();
-      } else {
-        oooEnabled = 1;
-      }
-    } else {
-      oooEnabled = 0;
-      if (state == '0' && updateSettings == 0) resetDates();
-    }
-  }
-  // An off state whose dates are both past reports today and tomorrow.
-  if (oooEnabled == 0 && TimeDateDifference(&firstDayBack, &now) < 0 && TimeDateDifference(&firstDayOut, &now) < 0) {
-    resetDates();
-  }
-
-  // Options.
-  appendSubjectPresent = hasItem(hProfile, "AppendSubject") ? 1 : 0;
-  appendSubjectFlag = appendSubjectPresent != 0 && itemText(hProfile, "AppendSubject").rfind('1', 0) == 0 ? 1 : 0;
-  excludeInternet = itemText(hProfile, "ExcludeInternetEmail").rfind('1', 0) == 0 ? 1 : 0;
-  appendSubjectDateValue = itemText(hProfile, "AppendSubjectDate");
-  if (!appendSubjectDateValue.empty()) translator->TranslatorLMBCSToUTF8(appendSubjectDateValue);
-  daysOutValue = itemText(hProfile, "DaysOut");
-  if (!daysOutValue.empty()) translator->TranslatorLMBCSToUTF8(daysOutValue);
-
-  // Template texts: defaults, then what the mail template's form computes.
-  profileFormName = "Default";
-  templateDaysOut = kDefaultDaysOut;
-  templateDaysOutS = kDefaultDaysOutS;
-  templateDaysOutV = kDefaultDaysOut;
-  templateAppendSubjectDate = kDefaultAppendSubjectDate;
-  templateResetSubject = kDefaultResetSubject;
+  readOnOffState(*this, now);
+  resetStaleDates(*this, now);
+  readOptions(*this);
+  setTemplateDefaults(*this);
   evaluateTemplate(now);
-
-  // Correspondents already notified: the profile's list as it is, then the
-  // service's lists without repeating a name.
-  notifiedList.clear();
-  if (hasItem(hProfile, "Notified")) {
-    const WORD entries = NSFItemGetTextListEntries(hProfile, "Notified");
-    for (WORD i = 0; i < entries; ++i) {
-      char entry[1024] = {0};
-      const WORD length = NSFItemGetTextListEntry(hProfile, "Notified", i, entry, sizeof entry - 1);
-      if (length == 0) continue;
-      char abbreviated[MAXUSERNAME] = {0};
-      result = DNAbbreviate(0, nullptr, entry, abbreviated, sizeof abbreviated, nullptr);
-      std::string name = abbreviated;
-      translator->TranslatorLMBCSToUTF8(name);
-      notifiedList.push_back(name);
-    }
-  }
-  if (hServiceProfile != NULLHANDLE) {
-    BLOCKID item{};
-    WORD type = 0;
-    BLOCKID value{};
-    DWORD valueLength = 0;
-    result = NSFItemInfo(hServiceProfile, nullptr, 0, &item, &type, &value, &valueLength);
-    while (result == NOERROR && !ISNULLBLOCKID(item)) {
-      char name[256] = {0};
-      WORD nameLength = 0;
-      NSFItemQuery(hServiceProfile, item, name, sizeof name, &nameLength, nullptr, nullptr, nullptr, nullptr);
-      if (isNotifiedItem(name) && (type == TYPE_TEXT_LIST || type == TYPE_TEXT)) {
-        std::vector<std::string> entries;
-        const char* bytes = OSLockBlock(const char, value);
-        if (type == TYPE_TEXT) {
-          entries.emplace_back(bytes + sizeof(WORD), valueLength - sizeof(WORD));
-        } else {
-          const WORD count = ListGetNumEntries(bytes, TRUE);
-          for (WORD i = 0; i < count; ++i) {
-            char* entry = nullptr;
-            WORD entryLength = 0;
-            if (ListGetText(bytes, TRUE, i, &entry, &entryLength) == NOERROR) entries.emplace_back(entry, entryLength);
-          }
-        }
-        OSUnlockObject(value.pool);
-        for (const std::string& entry : entries) {
-          if (entry.empty()) continue;
-          char abbreviated[MAXUSERNAME] = {0};
-          // The walk's next call, not this one, gives the result here.
-          DNAbbreviate(0, nullptr, entry.c_str(), abbreviated, sizeof abbreviated, nullptr);
-          std::string text = abbreviated;
-          translator->TranslatorLMBCSToUTF8(text);
-          bool known = false;
-          for (const std::string& listed : notifiedList) known = known || listed == text;
-          if (!known) notifiedList.push_back(text);
-        }
-      }
-      result = NSFItemInfoNext(hServiceProfile, item, nullptr, 0, &item, &type, &value, &valueLength);
-    }
-  }
-
-  translator->TranslatorLMBCSToUTF8(templateDaysOut);
-  translator->TranslatorLMBCSToUTF8(templateDaysOutS);
-  translator->TranslatorLMBCSToUTF8(templateAppendSubjectDate);
-  translator->TranslatorLMBCSToUTF8(templateResetSubject);
+  const STATUS result = readNotifiedList(*this);
+  convertTemplateTexts(*this);
   return result;
 }
 
@@ -315,7 +399,7 @@ void IPOOO::evaluateTemplate(const TIMEDATE& now) {
       ProcessFormula("@Text(FirstDayBack;\"T1\")", back) != NOERROR) {
     return;
   }
-  const std::string ownerCommon = commonName(ownerName);
+  const std::string ownerCommon = commonName(ownerName, ownerName);
   auto compute = [this] { return NSFNoteComputeWithForm(hProfile, NULLHANDLE, 0, &IPOOO::CWFCallback, this); };
 
   if (compute() == NOERROR) {
