@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <string>
 #include <vector>
@@ -150,6 +151,7 @@ class UserStatus : public tarnwick::testing::MailDatabaseTest {
     context.MailBox = tarnwick::testing::kJaneMail;
     fs::create_directories(data() / "spool");
     std::string path = (data() / "spool" / "query.xml").string();
+    std::ofstream(path) << "<r/>";  // the request file the reply replaces
     EXPECT_EQ(context.getOOO(path), "OK");
     const auto users = parseUsers(readFile(path));
     return users.empty() ? std::vector<std::string>{} : users.front().order;
