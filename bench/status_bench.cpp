@@ -31,7 +31,7 @@
 
 #include "globerr.h"
 #include "mq.h"
-#include "mq/shared_state.h"
+#include "mqlist.h"
 #include "nsfdb.h"
 #include "nsfnote.h"
 #include "osenv.h"
@@ -68,7 +68,8 @@ class DataDirectory {
   ~DataDirectory() {
     if (initialised_) {
       std::error_code ignored;
-      fs::remove_all(tarnwick::rt::shared_state_root(), ignored);
+      char shared[MAXPATH];
+      if (MQGetSharedStateDirectory(shared) > 0) fs::remove_all(shared, ignored);
     }
     fs::remove_all(root_);
   }
