@@ -1,6 +1,7 @@
 // tarnwick-http: the web front end of the out-of-office task.
 //
 //   tarnwick-http --data DIR [--listen HOST] [--port N] [--timeout MS]
+//   tarnwick-http =PATH/notes.ini      (as the server process starts it)
 //
 // Settings come from the data directory's notes.ini, and the command line
 // wins over them:
@@ -93,7 +94,12 @@ int main(int argc, char** argv) {
   auto* timeout = app.add_option("--timeout", options.task_timeout_ms, "milliseconds to wait for the task")
                       ->check(CLI::Range(1LL, 3600LL * 1000));
   app.add_option("--threads", options.threads, "requests served at once")->check(CLI::Range(1, 256));
+  // The server process starts every task with "=PATH/notes.ini".
+  std::string server_ini;
+  app.add_option("notes.ini", server_ini, "=PATH/notes.ini, as the server process passes it")
+      ->check([](const std::string& value) { return value.starts_with("=") ? "" : "expected =PATH/notes.ini"; });
   CLI11_PARSE(app, argc, argv);
+  if (!server_ini.empty() && location.ini.empty() && location.data.empty()) location.ini = server_ini.substr(1);
 
   try {
     tarnwick::client::start_runtime(location);
