@@ -156,7 +156,7 @@ void runCase(benchmark::State& state, long workers, int clientCount, bool mixed)
     state.SkipWithError(task.failure().c_str());
     return;
   }
-  const fs::path folder = directory.root() / "requests";
+  const fs::path folder = directory.data() / "spool";  // the folder the task takes requests from
   fs::create_directories(folder);
   std::vector<std::unique_ptr<Client>> clients;
   for (int i = 0; i < clientCount; ++i) {
