@@ -151,7 +151,9 @@ void BM_StatusOfGroup(benchmark::State& state) {
     state.SkipWithError(task.failure().c_str());
     return;
   }
-  StatusClient client(directory.root() / "status.xml");
+  const fs::path folder = directory.data() / "spool";  // the folder the task takes requests from
+  fs::create_directories(folder);
+  StatusClient client(folder / "status.xml");
   if (!client.failure().empty()) {
     state.SkipWithError(client.failure().c_str());
     return;
