@@ -20,6 +20,7 @@
 
 #include "mq.h"
 #include "osenv.h"
+#include "tests/support/task_process.h"
 #include "tests/task/mail_database_fixture.h"
 
 extern char** environ;
@@ -39,10 +40,7 @@ constexpr char kBadDateReply[] = "receiveElements:The leaving date is invalid.."
 class HostileInput : public MailDatabaseTest {
  protected:
   void TearDown() override {
-    if (pid_ > 0) {
-      ::kill(pid_, SIGKILL);
-      ::waitpid(pid_, nullptr, 0);
-    }
+    task_.kill();
     for (MQHANDLE queue : queues_) MQClose(queue, 0);
     MailDatabaseTest::TearDown();
   }
@@ -52,30 +50,10 @@ class HostileInput : public MailDatabaseTest {
   void startTask(const char* setting = nullptr) {
     OSSetEnvironmentVariable("OOOWorkers", "2");
     if (setting != nullptr) OSSetEnvironmentVariable(setting, "1");
-    spawnTask();
-    const auto until = std::chrono::steady_clock::now() + 60s;
-    while (MQOpen("MQ$OutOfOffice", 0, &requests_) != NOERROR) {
-      ASSERT_LT(std::chrono::steady_clock::now(), until) << console();
-      std::this_thread::sleep_for(20ms);
-    }
-    queues_.push_back(requests_);
+    ASSERT_TRUE(task_.start(data(), root_ / "console.txt")) << console();
     ASSERT_EQ(MQCreate(kReplyQueue, 0, 0), NOERROR);
     ASSERT_EQ(MQOpen(kReplyQueue, 0, &replies_), NOERROR);
     queues_.push_back(replies_);
-  }
-
-  void spawnTask() {
-    std::string binary = TARNWICK_TASK_BINARY;
-    std::string ini = "=" + (data() / "notes.ini").string();
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    const std::string consolePath = (root_ / "console.txt").string();
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, consolePath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                     0644);
-    posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-    char* argv[] = {binary.data(), ini.data(), nullptr};
-    ASSERT_EQ(posix_spawn(&pid_, binary.c_str(), &actions, nullptr, argv, environ), 0);
-    posix_spawn_file_actions_destroy(&actions);
   }
 
   std::string console() const { return readFile(root_ / "console.txt"); }
@@ -92,7 +70,7 @@ class HostileInput : public MailDatabaseTest {
 
   void submit(const fs::path& path) {
     std::string text = path.string();
-    ASSERT_EQ(MQPut(requests_, 0, text.data(), static_cast<WORD>(text.size()), 0), NOERROR);
+    ASSERT_EQ(MQPut(task_.requests(), 0, text.data(), static_cast<WORD>(text.size()), 0), NOERROR);
   }
 
   // The next reply, "<none>" when none comes within the wait, "<task ended>"
@@ -105,11 +83,7 @@ class HostileInput : public MailDatabaseTest {
       if (MQGet(replies_, buffer.data(), static_cast<WORD>(buffer.size()), 0, 200, &length) == NOERROR) {
         return std::string(buffer.data(), length);
       }
-      int status = 0;
-      if (pid_ > 0 && ::waitpid(pid_, &status, WNOHANG) == pid_) {
-        pid_ = -1;
-        return "<task ended>";
-      }
+      if (task_.ended()) return "<task ended>";
     }
     return "<none>";
   }
@@ -126,8 +100,7 @@ class HostileInput : public MailDatabaseTest {
            "' MailBox='" + mailBox + "'>" + kJane + "</Username>";
   }
 
-  pid_t pid_ = -1;
-  MQHANDLE requests_ = NULLHANDLE;
+  tarnwick::testing::TaskProcess task_;
   MQHANDLE replies_ = NULLHANDLE;
   std::vector<MQHANDLE> queues_;
 };
@@ -253,10 +226,8 @@ TEST_F(HostileInput, APreparedQueueFolderEndsTheStartCleanly) {
   ASSERT_EQ(::mkdir(folder.c_str(), 0777), 0);
   ::chmod(folder.c_str(), 0777);
 
-  spawnTask();
-  int status = -1;
-  ASSERT_EQ(::waitpid(pid_, &status, 0), pid_);
-  pid_ = -1;
+  ASSERT_TRUE(task_.spawn(data(), root_ / "console.txt"));
+  const int status = task_.waitForExit();
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
   const std::string log = console();
   const size_t refused = log.find("Shared-state folder " + folder.string() + " refused: it can be written by other users");

@@ -38,6 +38,7 @@
 #include "request/IPOOO.h"
 #include "tests/support/reply_attributes.h"
 #include "tests/support/reply_document.h"
+#include "tests/support/task_process.h"
 #include "tests/task/mail_database_fixture.h"
 
 #include <nlohmann/json.hpp>
@@ -75,10 +76,7 @@ std::vector<std::string> localDate(TIMEDATE when) {
 class OOOQuery : public tarnwick::testing::MailDatabaseTest {
  protected:
   void TearDown() override {
-    if (pid_ > 0) {
-      ::kill(pid_, SIGKILL);
-      ::waitpid(pid_, nullptr, 0);
-    }
+    task_.kill();
     for (MQHANDLE queue : queues_) MQClose(queue, 0);
     MailDatabaseTest::TearDown();
   }
@@ -87,30 +85,14 @@ class OOOQuery : public tarnwick::testing::MailDatabaseTest {
   // and waits until it takes requests.
   void startTask() {
     OSSetEnvironmentVariable("OOOWorkers", "2");
-    std::string binary = TARNWICK_TASK_BINARY;
-    std::string ini = "=" + (data() / "notes.ini").string();
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    const std::string console = (root_ / "console.txt").string();
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, console.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-    char* argv[] = {binary.data(), ini.data(), nullptr};
-    ASSERT_EQ(posix_spawn(&pid_, binary.c_str(), &actions, nullptr, argv, environ), 0);
-    posix_spawn_file_actions_destroy(&actions);
-    MQHANDLE requests = NULLHANDLE;
-    const auto until = std::chrono::steady_clock::now() + 60s;
-    while (MQOpen("MQ$OutOfOffice", 0, &requests) != NOERROR) {
-      ASSERT_LT(std::chrono::steady_clock::now(), until) << readFile(root_ / "console.txt");
-      std::this_thread::sleep_for(20ms);
-    }
-    queues_.push_back(requests);
+    ASSERT_TRUE(task_.start(data(), root_ / "console.txt")) << task_.console();
   }
 
   // Asks the running task (started on first use) for Jane's state with
   // `tarnwick-admin request query`, as a front end would; returns the reply
   // document written over the request file.
   Reply query(std::vector<std::string> extra = {}) {
-    if (pid_ < 0) startTask();
+    if (!task_.running()) startTask();
     std::vector<std::string> args = {"request", "query", "--user", "Jane Doe/Acme", "--json"};
     args.insert(args.end(), extra.begin(), extra.end());
     const auto answer = nlohmann::json::parse(admin(args), nullptr, false);
@@ -134,7 +116,7 @@ class OOOQuery : public tarnwick::testing::MailDatabaseTest {
     return parseReply(readFile(path));
   }
 
-  pid_t pid_ = -1;
+  tarnwick::testing::TaskProcess task_;
   std::vector<MQHANDLE> queues_;
 };
 
@@ -671,7 +653,7 @@ TEST_F(OOOQuery, TaskProcessAnswersQueriesConcurrency) {
   addJane("agent");
   startTask();
   const std::string console = (root_ / "console.txt").string();
-  MQHANDLE requests = queues_.front();
+  MQHANDLE requests = task_.requests();
   MQHANDLE replies = NULLHANDLE;
   ASSERT_EQ(MQCreate("MQ$OOOServletList_7", 0, 0), NOERROR);
   ASSERT_EQ(MQOpen("MQ$OOOServletList_7", 0, &replies), NOERROR);

@@ -240,7 +240,7 @@ class OOOSet : public tarnwick::testing::MailDatabaseTest {
 
   fs::path console() const { return root_ / "console.txt"; }
 
-  void startTask() { ASSERT_TRUE(task_.start(data(), console())) << readFile(console()); }
+  void startTask() { ASSERT_TRUE(task_.start(data(), console(), tarnwick::testing::ConsoleFile::kAppend)) << readFile(console()); }
 
   // Sends a request of the kind ("set", "query") for a user through
   // tarnwick-admin; returns the reply text and the reply document.

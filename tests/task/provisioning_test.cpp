@@ -28,6 +28,7 @@
 #include "nsfsearch.h"
 #include "osmem.h"
 #include "osmisc.h"
+#include "tests/support/task_process.h"
 #include "tests/task/mail_database_fixture.h"
 
 extern char** environ;
@@ -67,10 +68,7 @@ STATUS LNCALLBACK collectNoteIDs(void* found, SEARCH_MATCH* match, ITEM_TABLE*) 
 class Provisioning : public tarnwick::testing::MailDatabaseTest {
  protected:
   void TearDown() override {
-    if (pid_ > 0) {
-      ::kill(pid_, SIGKILL);
-      ::waitpid(pid_, nullptr, 0);
-    }
+    task_.kill();
     MailDatabaseTest::TearDown();
   }
 
@@ -84,10 +82,8 @@ class Provisioning : public tarnwick::testing::MailDatabaseTest {
     while (std::chrono::steady_clock::now() < until) {
       const std::string all = console();
       if (all.find(kShutdown) != std::string::npos) {
-        int status = 0;
-        EXPECT_EQ(::waitpid(pid_, &status, 0), pid_);
+        const int status = task_.waitForExit();
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << all;
-        pid_ = -1;
         ended = true;
         break;
       }
@@ -104,25 +100,11 @@ class Provisioning : public tarnwick::testing::MailDatabaseTest {
     return taskLines();
   }
 
-  void startTask() {
-    std::string binary = TARNWICK_TASK_BINARY;
-    std::string ini = "=" + (data() / "notes.ini").string();
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    const std::string out = (root_ / "console.txt").string();
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-    char* argv[] = {binary.data(), ini.data(), nullptr};
-    ASSERT_EQ(posix_spawn(&pid_, binary.c_str(), &actions, nullptr, argv, environ), 0);
-    posix_spawn_file_actions_destroy(&actions);
-  }
+  void startTask() { ASSERT_TRUE(task_.spawn(data(), root_ / "console.txt")); }
 
   void stopTask() {
-    if (pid_ <= 0) return;
-    ::kill(pid_, SIGTERM);
-    int status = 0;
-    ::waitpid(pid_, &status, 0);
-    pid_ = -1;
+    if (!task_.running()) return;
+    const int status = task_.terminate();
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
   }
 
@@ -213,7 +195,7 @@ class Provisioning : public tarnwick::testing::MailDatabaseTest {
     NSFDbClose(directory);
   }
 
-  pid_t pid_ = -1;
+  tarnwick::testing::TaskProcess task_;
 };
 
 TEST_F(Provisioning, FirstStartCreatesTheDatabaseFromTheTemplateTheServerLogChooses) {

@@ -32,6 +32,7 @@
 #include "osmem.h"
 #include "request/IPOOO.h"
 #include "setup/ServerSettings.h"
+#include "tests/support/task_process.h"
 #include "tests/task/mail_database_fixture.h"
 
 #include <nlohmann/json.hpp>
@@ -201,22 +202,7 @@ class RequestPages : public tarnwick::testing::MailDatabaseTest {
     stopTask();
     OSSetEnvironmentVariable("OOODirectory", directory.c_str());
     OSSetEnvironmentVariable("OOOWorkers", paced ? "0" : "2");
-    std::string binary = TARNWICK_TASK_BINARY;
-    std::string ini = "=" + (data() / "notes.ini").string();
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    const std::string console = (root_ / "console.txt").string();
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, console.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-    char* argv[] = {binary.data(), ini.data(), nullptr};
-    ASSERT_EQ(posix_spawn(&pid_, binary.c_str(), &actions, nullptr, argv, environ), 0);
-    posix_spawn_file_actions_destroy(&actions);
-    const auto until = std::chrono::steady_clock::now() + 60s;
-    while (MQOpen("MQ$OutOfOffice", 0, &requests_) != NOERROR) {
-      ASSERT_LT(std::chrono::steady_clock::now(), until) << readFile(root_ / "console.txt");
-      std::this_thread::sleep_for(20ms);
-    }
-    queues_.push_back(requests_);
+    ASSERT_TRUE(task_.start(data(), root_ / "console.txt")) << task_.console();
     if (replies_ == NULLHANDLE) {
       ASSERT_EQ(MQCreate(kReplyQueue, 0, 0), NOERROR);
       ASSERT_EQ(MQOpen(kReplyQueue, 0, &replies_), NOERROR);
@@ -224,16 +210,7 @@ class RequestPages : public tarnwick::testing::MailDatabaseTest {
     }
   }
 
-  void stopTask() {
-    if (pid_ <= 0) return;
-    ::kill(pid_, SIGKILL);
-    ::waitpid(pid_, nullptr, 0);
-    pid_ = -1;
-    // The queues of a killed task go with it once no one holds them.
-    std::erase(queues_, requests_);
-    MQClose(requests_, 0);
-    requests_ = NULLHANDLE;
-  }
+  void stopTask() { task_.kill(); }
 
   // Writes a page request for loginName at loginServer into a file whose
   // name carries marker, puts it on the request queue and waits for the
@@ -246,7 +223,7 @@ class RequestPages : public tarnwick::testing::MailDatabaseTest {
                         << loginServer << "'>" << loginName << "</Username>" << padding;
     if (path != nullptr) *path = file;
     std::string text = file.string();
-    EXPECT_EQ(MQPut(requests_, 0, text.data(), static_cast<WORD>(text.size()), 0), NOERROR);
+    EXPECT_EQ(MQPut(task_.requests(), 0, text.data(), static_cast<WORD>(text.size()), 0), NOERROR);
     std::vector<char> buffer(MQ_MAX_MSGSIZE);
     WORD length = 0;
     const STATUS got = MQGet(replies_, buffer.data(), static_cast<WORD>(buffer.size()), 0, 30000, &length);
@@ -313,8 +290,7 @@ class RequestPages : public tarnwick::testing::MailDatabaseTest {
     return oid.Sequence;
   }
 
-  pid_t pid_ = -1;
-  MQHANDLE requests_ = NULLHANDLE;
+  tarnwick::testing::TaskProcess task_;
   MQHANDLE replies_ = NULLHANDLE;
   std::vector<MQHANDLE> queues_;
   int requestCount_ = 0;
@@ -553,7 +529,7 @@ TEST_F(RequestPages, PageFilesAreMadeAnewOrTheFailureIsTheReply) {
   }
   if (::geteuid() != 0 || immutable) {
     std::string text = request.string();
-    ASSERT_EQ(MQPut(requests_, 0, text.data(), static_cast<WORD>(text.size()), 0), NOERROR);
+    ASSERT_EQ(MQPut(task_.requests(), 0, text.data(), static_cast<WORD>(text.size()), 0), NOERROR);
     std::vector<char> buffer(MQ_MAX_MSGSIZE);
     WORD length = 0;
     ASSERT_EQ(MQGet(replies_, buffer.data(), static_cast<WORD>(buffer.size()), 0, 30000, &length), NOERROR);

@@ -16,10 +16,11 @@
 #include "globerr.h"
 #include "nsfdb.h"
 #include "nsfnote.h"
+#include "osenv.h"
 #include "ostime.h"
 #include "request/IPOOO.h"
 #include "tests/task/mail_database_fixture.h"
-#include "tests/task/running_task.h"
+#include "tests/support/task_process.h"
 
 #include <nlohmann/json.hpp>
 
@@ -99,6 +100,7 @@ class UserStatus : public tarnwick::testing::MailDatabaseTest {
   // task (started on first use) on behalf of Olga Petrova.
   std::vector<UserElement> status(const std::string& name) {
     if (!task_.running()) {
+      OSSetEnvironmentVariable("OOOWorkers", "2");
       EXPECT_TRUE(task_.start(data(), root_ / "console.txt")) << task_.console();
     }
     const std::string printed =
@@ -157,7 +159,7 @@ class UserStatus : public tarnwick::testing::MailDatabaseTest {
     return users.empty() ? std::vector<std::string>{} : users.front().order;
   }
 
-  tarnwick::testing::RunningTask task_;
+  tarnwick::testing::TaskProcess task_;
 };
 
 // A person, and a nested group whose members are in agent and in service
