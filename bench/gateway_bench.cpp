@@ -59,18 +59,8 @@ constexpr Person kPersons[] = {{"Jane Doe/Acme", "jdoe", "agent"},         {"Joh
                                {"Olga Petrova/Acme", "opetrova", "agent"}};
 constexpr int kPersonCount = static_cast<int>(std::size(kPersons));
 
-pid_t spawn(std::vector<std::string> args, const fs::path& log) {
-  std::vector<char*> argv;
-  for (auto& arg : args) argv.push_back(arg.data());
-  argv.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-  pid_t pid = -1;
-  if (posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ) != 0) pid = -1;
-  posix_spawn_file_actions_destroy(&actions);
-  return pid;
+pid_t spawn(const std::vector<std::string>& args, const fs::path& log) {
+  return tarnwick::testing::spawnLogged(args, log);
 }
 
 bool wait_for(const fs::path& log, const std::string& text) {

@@ -35,18 +35,8 @@ inline const std::string kPassword = "s3cret-Pass";
 class Process {
  public:
   Process() = default;
-  Process(const std::vector<std::string>& args, const std::filesystem::path& log) {
-    std::vector<std::string> copy = args;
-    std::vector<char*> argv;
-    for (auto& arg : copy) argv.push_back(arg.data());
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-    if (posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ) != 0) pid_ = -1;
-    posix_spawn_file_actions_destroy(&actions);
-  }
+  Process(const std::vector<std::string>& args, const std::filesystem::path& log)
+      : pid_(::tarnwick::testing::spawnLogged(args, log)) {}
   Process(Process&& other) noexcept : pid_(other.pid_) { other.pid_ = -1; }
   Process& operator=(Process&& other) noexcept {
     stop();

@@ -70,15 +70,7 @@ class ServerProcess : public ::testing::Test {
     std::vector<char*> envp;
     for (auto& variable : environment) envp.push_back(variable.data());
     envp.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, console.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-    posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-    char* argv[] = {binary.data(), ini.data(), nullptr};
-    pid_t pid = -1;
-    if (posix_spawn(&pid, binary.c_str(), &actions, nullptr, argv, envp.data()) != 0) pid = -1;
-    posix_spawn_file_actions_destroy(&actions);
-    return pid;
+    return tarnwick::testing::spawnLogged({binary, ini}, console, tarnwick::testing::LogMode::Append, envp.data());
   }
 
   void startServer() {
