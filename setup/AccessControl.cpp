@@ -24,12 +24,24 @@ constexpr const char* kSysAdminRole = "[SysAdmin]";
 constexpr WORD kDirectoryEntryLimit = 256;
 
 // The canonical form of name; false when it has none.
-bool canonicalize(const char* name, std::string& canonical) {
+STATUS canonicalize(const char* name, std::string& canonical) {
   char out[MAXUSERNAME + 1] = {0};
   WORD length = 0;
-  if (DNCanonicalize(0, nullptr, name, out, sizeof out - 1, &length) != NOERROR) return false;
-  canonical.assign(out, length);
-  return true;
+  const STATUS status = DNCanonicalize(0, nullptr, name, out, sizeof out - 1, &length);
+  if (status == NOERROR) canonical.assign(out, length);
+  return status;
+}
+
+// Reads the database's access list, lets edit change it (edit may set the
+// status) and stores it when edit says so; the list is freed in every case.
+template <class Edit>
+STATUS editStoredACL(DBHANDLE hDb, Edit&& edit) {
+  DHANDLE hACL = NULLHANDLE;
+  STATUS status = NSFDbReadACL(hDb, &hACL);
+  if (status != NOERROR) return status;
+  if (edit(hACL, status)) status = NSFDbStoreACL(hDb, hACL, 0, ACL_STORE_UPDATE);
+  OSMemFree(hACL);
+  return status;
 }
 
 std::string bracketed(const std::string& name) { return "[" + name + "]"; }
@@ -53,7 +65,7 @@ ACL_PRIVILEGES administratorRoles(DHANDLE hACL) {
 // that name in brackets. A name without a canonical form is skipped.
 void setDoubledEntry(DHANDLE hACL, const char* name, WORD level, WORD flags, BOOL adminRoles) {
   std::string canonical;
-  if (!canonicalize(name, canonical)) return;
+  if (canonicalize(name, canonical) != NOERROR) return;
   _set_acl(hACL, canonical.c_str(), level, flags, adminRoles);
   _set_acl(hACL, bracketed(canonical).c_str(), level, flags, adminRoles);
 }
@@ -98,7 +110,7 @@ void appendNames(NOTEHANDLE note, const char* item, std::deque<std::string>& nam
     char entry[kDirectoryEntryLimit + 1] = {0};
     if (NSFItemGetTextListEntry(note, item, i, entry, kDirectoryEntryLimit) == 0) continue;
     std::string canonical;
-    names.push_back(canonicalize(entry, canonical) ? canonical : std::string(entry));
+    names.push_back(canonicalize(entry, canonical) == NOERROR ? canonical : std::string(entry));
   }
 }
 
@@ -185,59 +197,44 @@ STATUS Set_Default_ACL(DBHANDLE hDb) {
   STATUS status = SECKFMGetUserName(serverName);
   if (status != NOERROR) return status;
   std::string server;
-  char out[MAXUSERNAME + 1] = {0};
-  WORD length = 0;
-  status = DNCanonicalize(0, nullptr, serverName, out, sizeof out - 1, &length);
+  status = canonicalize(serverName, server);
   if (status != NOERROR) return status;
-  server.assign(out, length);
 
-  DHANDLE hACL = NULLHANDLE;
-  status = NSFDbReadACL(hDb, &hACL);
-  if (status != NOERROR) return status;
-  std::deque<std::string> names = entryNames(hACL, status);
-  for (const std::string& name : names) {
-    if (name != ACL_DEFAULT_NAME) ACLDeleteEntry(hACL, name.c_str());
-  }
-  names.clear();
+  return editStoredACL(hDb, [&](DHANDLE hACL, STATUS& readStatus) {
+    for (const std::string& name : entryNames(hACL, readStatus)) {
+      if (name != ACL_DEFAULT_NAME) ACLDeleteEntry(hACL, name.c_str());
+    }
 
-  std::deque<std::string> admins;
-  _get_server_admin(server.c_str(), admins);
-  setDoubledEntry(hACL, server.c_str(), ACL_LEVEL_MANAGER, ACL_FLAG_SERVER, FALSE);
-  setDoubledEntry(hACL, "Anonymous", ACL_LEVEL_NOACCESS, ACL_FLAG_PUBLICREADER, FALSE);
-  setDoubledEntry(hACL, "LocalDomainServers", ACL_LEVEL_MANAGER, ACL_FLAG_SERVER | ACL_FLAG_GROUP, FALSE);
-  setDoubledEntry(hACL, "OtherDomainServers", ACL_LEVEL_NOACCESS, ACL_FLAG_SERVER | ACL_FLAG_GROUP, FALSE);
-  setDoubledEntry(hACL, ACL_DEFAULT_NAME, ACL_LEVEL_READER, ACL_FLAG_PUBLICWRITER, FALSE);
-  for (const std::string& admin : admins) setDoubledEntry(hACL, admin.c_str(), ACL_LEVEL_MANAGER, 0, TRUE);
-
-  status = NSFDbStoreACL(hDb, hACL, 0, ACL_STORE_UPDATE);
-  OSMemFree(hACL);
-  return status;
+    std::deque<std::string> admins;
+    _get_server_admin(server.c_str(), admins);
+    setDoubledEntry(hACL, server.c_str(), ACL_LEVEL_MANAGER, ACL_FLAG_SERVER, FALSE);
+    setDoubledEntry(hACL, "Anonymous", ACL_LEVEL_NOACCESS, ACL_FLAG_PUBLICREADER, FALSE);
+    setDoubledEntry(hACL, "LocalDomainServers", ACL_LEVEL_MANAGER, ACL_FLAG_SERVER | ACL_FLAG_GROUP, FALSE);
+    setDoubledEntry(hACL, "OtherDomainServers", ACL_LEVEL_NOACCESS, ACL_FLAG_SERVER | ACL_FLAG_GROUP, FALSE);
+    setDoubledEntry(hACL, ACL_DEFAULT_NAME, ACL_LEVEL_READER, ACL_FLAG_PUBLICWRITER, FALSE);
+    for (const std::string& admin : admins) setDoubledEntry(hACL, admin.c_str(), ACL_LEVEL_MANAGER, 0, TRUE);
+    return true;
+  });
 }
 
 STATUS Set_Default_ACL_ANONYMOUS(DBHANDLE hDb) {
   if (hDb == NULLHANDLE) return NOERROR;
-  DHANDLE hACL = NULLHANDLE;
-  STATUS status = NSFDbReadACL(hDb, &hACL);
-  if (status != NOERROR) return status;
-  std::string anonymous;
-  if (canonicalize("Anonymous", anonymous)) {
-    _set_acl(hACL, anonymous.c_str(), ACL_LEVEL_NOACCESS, ACL_FLAG_PUBLICREADER, FALSE);
-  }
-  status = NSFDbStoreACL(hDb, hACL, 0, ACL_STORE_UPDATE);
-  OSMemFree(hACL);
-  return status;
+  return editStoredACL(hDb, [](DHANDLE hACL, STATUS&) {
+    std::string anonymous;
+    if (canonicalize("Anonymous", anonymous) == NOERROR) {
+      _set_acl(hACL, anonymous.c_str(), ACL_LEVEL_NOACCESS, ACL_FLAG_PUBLICREADER, FALSE);
+    }
+    return true;
+  });
 }
 
 STATUS Upgrade_ACL(DBHANDLE hDb) {
   if (hDb == NULLHANDLE) return NOERROR;
-  DHANDLE hACL = NULLHANDLE;
-  STATUS status = NSFDbReadACL(hDb, &hACL);
-  if (status != NOERROR) return status;
-  bool upgraded = false;
-  for (const std::string& name : entryNames(hACL, status)) {
-    if (upgradeEntry(hACL, name)) upgraded = true;
-  }
-  if (upgraded) status = NSFDbStoreACL(hDb, hACL, 0, ACL_STORE_UPDATE);
-  OSMemFree(hACL);
-  return status;
+  return editStoredACL(hDb, [](DHANDLE hACL, STATUS& status) {
+    bool upgraded = false;
+    for (const std::string& name : entryNames(hACL, status)) {
+      if (upgradeEntry(hACL, name)) upgraded = true;
+    }
+    return upgraded;
+  });
 }

@@ -14,6 +14,7 @@
 #include "nsfnote.h"
 #include "osenv.h"
 #include "ostime.h"
+#include "protocol/ProtocolNames.h"
 #include "request/TaskLog.h"
 #include "setup/AccessControl.h"
 
@@ -21,7 +22,7 @@ namespace {
 
 constexpr const char* kSetupVariable = "OOOSetup";
 constexpr long kRefreshDatabaseDesign = 2;
-constexpr const char* kDatabaseFile = "OOO.nsf";
+constexpr const char* kDatabaseFile = tarnwick::protocol::kApplicationDatabase;
 constexpr const char* kTemplateFile = "OOO.ntf";
 constexpr const char* kExtendedTemplateFile = "OOOEx.ntf";
 constexpr const char* kDesignFile = "OOO.xml";
