@@ -430,7 +430,9 @@ struct Gateway::Impl {
       res.set_header("X-Frame-Options", "DENY");
       return httplib::Server::HandlerResponse::Unhandled;
     });
-    s.set_logger([this](const Request&, const Response& res) {
+    // Counted before the response is written, so a client that has its
+    // answer already sees it in /metrics.
+    s.set_post_routing_handler([this](const Request&, Response& res) {
       const double seconds =
           std::chrono::duration<double>(std::chrono::steady_clock::now() - t_started).count();
       metrics.count_request(t_kind, outcome_of(res.status), seconds);
