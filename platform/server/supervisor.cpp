@@ -30,7 +30,10 @@ void log_line(const std::string& text) { AddInLogMessageText("%s", NOERROR, text
 Supervisor::Supervisor(std::vector<SupervisedTask> tasks, std::filesystem::path notes_ini,
                        std::chrono::seconds stop_time, std::function<bool()> should_end)
     : notes_ini_(std::move(notes_ini)), stop_time_(stop_time), should_end_(std::move(should_end)) {
-  for (auto& task : tasks) tasks_.push_back(Task{std::move(task)});
+  for (auto& task : tasks) {
+    Task& added = tasks_.emplace_back();
+    added.what = std::move(task);
+  }
 }
 
 void Supervisor::run() {
