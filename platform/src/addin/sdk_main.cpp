@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "addin/program.h"
+#include "core/api_guard.h"
 #include "globerr.h"
 #include "notessdkmain.h"
 #include "osmisc.h"
@@ -34,10 +35,9 @@ STATUS LNPUBLIC NotesSDKMAINError(STATUS error, char* retText, WORD textLength) 
 void LNPUBLIC NotesSDKMAINCommandLineBegin(void) { std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ); }
 
 void LNPUBLIC NotesSDKMAINInit(NOTESSDKMAIN_ENTRY /*entry*/, int argc, char** argv) {
-  try {
+  tarnwick::rt::guarded_void([&] {
     if (argc > 0 && argv != nullptr) tarnwick::rt::remember_program_name(argv[0]);
-  } catch (...) {
-  }
+  });
 }
 
 void LNPUBLIC NotesSDKMAINCommandLineEnd(void) {

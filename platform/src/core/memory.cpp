@@ -7,6 +7,7 @@
 #include <mutex>
 #include <new>
 
+#include "core/api_guard.h"
 #include "core/handle_table.h"
 #include "globerr.h"
 #include "osmem.h"
@@ -25,16 +26,13 @@ std::shared_ptr<MemoryBlock> find_block(DHANDLE handle) {
   return handles().find_as<MemoryBlock>(handle, HandleKind::kMemory);
 }
 
+// Throws std::bad_alloc when the memory is not there; callers run guarded.
 STATUS allocate(DWORD size, std::shared_ptr<MemoryBlock>& block) {
   if (size > OSMEM_MAX_ALLOC) return ERR_MEMORY;
-  try {
-    block = std::make_shared<MemoryBlock>();
-    // One spare zero byte past the end lets text results be read as C strings.
-    block->bytes.reset(new char[size + 1]());
-    block->size = size;
-  } catch (const std::bad_alloc&) {
-    return ERR_MEMORY;
-  }
+  block = std::make_shared<MemoryBlock>();
+  // One spare zero byte past the end lets text results be read as C strings.
+  block->bytes.reset(new char[size + 1]());
+  block->size = size;
   return NOERROR;
 }
 
@@ -44,11 +42,13 @@ STATUS alloc_block_with(std::string_view bytes, DHANDLE* ret_handle) {
   if (ret_handle == nullptr) return ERR_BAD_PARAM;
   *ret_handle = NULLHANDLE;
   if (bytes.size() > OSMEM_MAX_ALLOC) return ERR_MEMORY;
-  std::shared_ptr<MemoryBlock> block;
-  if (STATUS error = allocate(static_cast<DWORD>(bytes.size()), block)) return error;
-  if (!bytes.empty()) std::memcpy(block->bytes.get(), bytes.data(), bytes.size());
-  *ret_handle = handles().add(HandleKind::kMemory, std::move(block));
-  return NOERROR;
+  return guarded([&]() -> STATUS {
+    std::shared_ptr<MemoryBlock> block;
+    if (STATUS error = allocate(static_cast<DWORD>(bytes.size()), block)) return error;
+    if (!bytes.empty()) std::memcpy(block->bytes.get(), bytes.data(), bytes.size());
+    *ret_handle = handles().add(HandleKind::kMemory, std::move(block));
+    return NOERROR;
+  });
 }
 
 std::string_view block_bytes(DHANDLE handle) {
@@ -67,10 +67,12 @@ extern "C" {
 STATUS LNPUBLIC OSMemAlloc(WORD /*BlockType*/, DWORD dwSize, DHANDLE* retHandle) {
   if (retHandle == nullptr) return ERR_BAD_PARAM;
   *retHandle = NULLHANDLE;
-  std::shared_ptr<MemoryBlock> block;
-  if (STATUS error = allocate(dwSize, block)) return error;
-  *retHandle = handles().add(HandleKind::kMemory, std::move(block));
-  return NOERROR;
+  return guarded([&]() -> STATUS {
+    std::shared_ptr<MemoryBlock> block;
+    if (STATUS error = allocate(dwSize, block)) return error;
+    *retHandle = handles().add(HandleKind::kMemory, std::move(block));
+    return NOERROR;
+  });
 }
 
 STATUS LNPUBLIC OSMemFree(DHANDLE Handle) {
@@ -87,19 +89,17 @@ STATUS LNPUBLIC OSMemGetSize(DHANDLE Handle, DWORD* retSize) {
 }
 
 STATUS LNPUBLIC OSMemRealloc(DHANDLE Handle, DWORD NewSize) {
-  auto block = find_block(Handle);
-  if (!block) return ERR_BAD_PARAM;
-  if (NewSize > OSMEM_MAX_ALLOC) return ERR_MEMORY;
-  std::lock_guard lock(block->mutex);
-  try {
+  return guarded([&]() -> STATUS {
+    auto block = find_block(Handle);
+    if (!block) return ERR_BAD_PARAM;
+    if (NewSize > OSMEM_MAX_ALLOC) return ERR_MEMORY;
+    std::lock_guard lock(block->mutex);
     std::unique_ptr<char[]> bytes(new char[NewSize + 1]());
     std::memcpy(bytes.get(), block->bytes.get(), std::min(NewSize, block->size));
     block->bytes = std::move(bytes);
     block->size = NewSize;
-  } catch (const std::bad_alloc&) {
-    return ERR_MEMORY;
-  }
-  return NOERROR;
+    return NOERROR;
+  });
 }
 
 void* LNPUBLIC OSLockObject(DHANDLE Handle) {

@@ -30,11 +30,7 @@ STATUS convert_name(const char* in_name, char* out_name, WORD out_size, WORD* ou
   if (out_name == nullptr || out_size == 0) return ERR_BAD_PARAM;
   out_name[0] = '\0';
   if (in_name == nullptr) return ERR_BAD_PARAM;
-  try {
-    return write_name(convert(std::string_view(in_name)), out_name, out_size, out_length);
-  } catch (const std::bad_alloc&) {
-    return ERR_MEMORY;
-  }
+  return guarded([&]() -> STATUS { return write_name(convert(std::string_view(in_name)), out_name, out_size, out_length); });
 }
 
 void set_part(WORD& length, char*& pointer, std::string_view value) {

@@ -17,6 +17,7 @@
 #include <string>
 #include <string_view>
 
+#include "core/api_guard.h"
 #include "core/memory.h"
 #include "globerr.h"
 #include "nsfdata.h"
@@ -117,17 +118,15 @@ STATUS LNPUBLIC ListAllocate(WORD ListEntries, WORD TextSize, BOOL fPrefixDataTy
   *retListSize = 0;
   const size_t size = prefix_size(fPrefixDataType) + sizeof(LIST) + 2 * size_t{ListEntries} + TextSize;
   if (size > MAXONESEGSIZE) return ERR_SEGMENT_TOO_BIG;
-  try {
+  return guarded([&]() -> STATUS {
     // The reserved entries start empty; the spare text room stays zero.
     std::string list = build_list(fPrefixDataType, ListEntries, [](size_t) { return std::string_view(); });
     list.resize(size, '\0');
     if (STATUS error = alloc_block_with(list, rethList)) return error;
-  } catch (const std::bad_alloc&) {
-    return ERR_MEMORY;
-  }
-  *retpList = OSLockObject(*rethList);
-  *retListSize = static_cast<WORD>(size);
-  return NOERROR;
+    *retpList = OSLockObject(*rethList);
+    *retListSize = static_cast<WORD>(size);
+    return NOERROR;
+  });
 }
 
 STATUS LNPUBLIC ListAddEntry(DHANDLE hList, BOOL fPrefixDataType, WORD* pListSize, WORD EntryNumber, const char* Text,
@@ -137,16 +136,14 @@ STATUS LNPUBLIC ListAddEntry(DHANDLE hList, BOOL fPrefixDataType, WORD* pListSiz
   if (!layout.valid) return ERR_BAD_PARAM;
   if (EntryNumber > layout.entries) return ERR_ODS_NO_SUCH_ENTRY;
   if (layout.entries == MAXWORD || layout.size + sizeof(WORD) + TextSize > MAXONESEGSIZE) return ERR_SEGMENT_TOO_BIG;
-  try {
+  return guarded([&]() -> STATUS {
     const std::string_view added(Text == nullptr ? "" : Text, TextSize);
     const std::string list = build_list(fPrefixDataType, layout.entries + 1u, [&](size_t i) {
       if (i == EntryNumber) return added;
       return entry_text(layout, static_cast<WORD>(i < EntryNumber ? i : i - 1));
     });
     return store_list(hList, list, pListSize);
-  } catch (const std::bad_alloc&) {
-    return ERR_MEMORY;
-  }
+  });
 }
 
 STATUS LNPUBLIC ListRemoveEntry(DHANDLE hList, BOOL fPrefixDataType, WORD* pListSize, WORD EntryNumber) {
@@ -154,20 +151,20 @@ STATUS LNPUBLIC ListRemoveEntry(DHANDLE hList, BOOL fPrefixDataType, WORD* pList
   const ListLayout layout = read_block(hList, fPrefixDataType);
   if (!layout.valid) return ERR_BAD_PARAM;
   if (EntryNumber >= layout.entries) return ERR_ODS_NO_SUCH_ENTRY;
-  try {
+  return guarded([&]() -> STATUS {
     const std::string list = build_list(fPrefixDataType, layout.entries - 1u, [&](size_t i) {
       return entry_text(layout, static_cast<WORD>(i < EntryNumber ? i : i + 1));
     });
     return store_list(hList, list, pListSize);
-  } catch (const std::bad_alloc&) {
-    return ERR_MEMORY;
-  }
+  });
 }
 
 STATUS LNPUBLIC ListRemoveAllEntries(DHANDLE hList, BOOL fPrefixDataType, WORD* pListSize) {
   if (pListSize == nullptr) return ERR_BAD_PARAM;
   if (!read_block(hList, fPrefixDataType).valid) return ERR_BAD_PARAM;
-  return store_list(hList, build_list(fPrefixDataType, 0, [](size_t) { return std::string_view(); }), pListSize);
+  return guarded([&]() -> STATUS {
+    return store_list(hList, build_list(fPrefixDataType, 0, [](size_t) { return std::string_view(); }), pListSize);
+  });
 }
 
 STATUS LNPUBLIC ListGetText(const void* pList, BOOL fPrefixDataType, WORD EntryNumber, char** retTextPointer,

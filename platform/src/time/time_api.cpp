@@ -9,6 +9,7 @@
 #include <cmath>
 #include <limits>
 
+#include "core/api_guard.h"
 #include "globerr.h"
 #include "ostime.h"
 #include "time/timedate.h"
@@ -100,58 +101,69 @@ using namespace tarnwick::rt;
 
 extern "C" {
 
+// The calls that consult zone rules run guarded (reading the rules can
+// allocate); the arithmetic below them works on the values alone and
+// cannot fail that way.
 BOOL LNPUBLIC TimeLocalToGM(TIME* Time) {
-  if (Time == nullptr) return TRUE;
-  const CivilTime civil{Time->year, Time->month, Time->day, Time->hour, Time->minute, Time->second, Time->hundredth};
-  const auto offset = offset_from_zone_number(Time->zone);
-  if (!is_valid_civil(civil) || !offset) return TRUE;
-  const int64_t local = ticks_from_civil(civil);
-  const ZoneRules rules = ZoneRules::for_zone(*offset, Time->dst != 0, floor_div(local, kTicksPerSecond) - *offset);
-  const auto gm = timedate_from_instant(gmt_ticks_from_local(rules, local), zone_bits(*offset, Time->dst != 0));
-  if (!gm) return TRUE;
-  Time->GM = *gm;
-  return FALSE;
+  return guarded_value<BOOL>(TRUE, [&]() -> BOOL {
+    if (Time == nullptr) return TRUE;
+    const CivilTime civil{Time->year, Time->month, Time->day, Time->hour, Time->minute, Time->second, Time->hundredth};
+    const auto offset = offset_from_zone_number(Time->zone);
+    if (!is_valid_civil(civil) || !offset) return TRUE;
+    const int64_t local = ticks_from_civil(civil);
+    const ZoneRules rules = ZoneRules::for_zone(*offset, Time->dst != 0, floor_div(local, kTicksPerSecond) - *offset);
+    const auto gm = timedate_from_instant(gmt_ticks_from_local(rules, local), zone_bits(*offset, Time->dst != 0));
+    if (!gm) return TRUE;
+    Time->GM = *gm;
+    return FALSE;
+  });
 }
 
 BOOL LNPUBLIC TimeGMToLocal(TIME* Time) {
-  if (Time == nullptr) return TRUE;
-  const int64_t around =
-      is_complete_instant(Time->GM) ? floor_div(instant_ticks(Time->GM), kTicksPerSecond) : now_seconds();
-  if (break_down(*Time, local_rules())) return TRUE;
-  const LocalZone zone = local_zone(static_cast<std::time_t>(around));
-  Time->zone = zone_number(zone.standard_offset_seconds);
-  Time->dst = zone.observes_dst ? TRUE : FALSE;
-  return FALSE;
+  return guarded_value<BOOL>(TRUE, [&]() -> BOOL {
+    if (Time == nullptr) return TRUE;
+    const int64_t around =
+        is_complete_instant(Time->GM) ? floor_div(instant_ticks(Time->GM), kTicksPerSecond) : now_seconds();
+    if (break_down(*Time, local_rules())) return TRUE;
+    const LocalZone zone = local_zone(static_cast<std::time_t>(around));
+    Time->zone = zone_number(zone.standard_offset_seconds);
+    Time->dst = zone.observes_dst ? TRUE : FALSE;
+    return FALSE;
+  });
 }
 
 BOOL LNPUBLIC TimeGMToLocalZone(TIME* Time) {
-  if (Time == nullptr) return TRUE;
-  const auto offset = offset_from_zone_number(Time->zone);
-  if (!offset) return TRUE;
-  const int64_t around =
-      is_complete_instant(Time->GM) ? floor_div(instant_ticks(Time->GM), kTicksPerSecond) : now_seconds();
-  return break_down(*Time, ZoneRules::for_zone(*offset, Time->dst != 0, around));
+  return guarded_value<BOOL>(TRUE, [&]() -> BOOL {
+    if (Time == nullptr) return TRUE;
+    const auto offset = offset_from_zone_number(Time->zone);
+    if (!offset) return TRUE;
+    const int64_t around =
+        is_complete_instant(Time->GM) ? floor_div(instant_ticks(Time->GM), kTicksPerSecond) : now_seconds();
+    return break_down(*Time, ZoneRules::for_zone(*offset, Time->dst != 0, around));
+  });
 }
 
 void LNPUBLIC TimeExtractLocal(const TIMEDATE* Time, BOOL fTime, TIMEDATE* retTime) {
-  if (Time == nullptr || retTime == nullptr) return;
-  TIMEDATE result{{ALLDAY, ANYDAY}};
-  if (is_complete_instant(*Time)) {
-    TIME t{};
-    t.GM = *Time;
-    break_down(t, local_rules());
-    if (fTime) {
-      result.Innards[0] =
-          static_cast<DWORD>(((t.hour * 60 + t.minute) * 60 + t.second) * kTicksPerSecond + t.hundredth);
-    } else {
-      result.Innards[1] = julian_day(t.year, t.month, t.day);
+  guarded_void([&] {
+    if (Time == nullptr || retTime == nullptr) return;
+    TIMEDATE result{{ALLDAY, ANYDAY}};
+    if (is_complete_instant(*Time)) {
+      TIME t{};
+      t.GM = *Time;
+      break_down(t, local_rules());
+      if (fTime) {
+        result.Innards[0] =
+            static_cast<DWORD>(((t.hour * 60 + t.minute) * 60 + t.second) * kTicksPerSecond + t.hundredth);
+      } else {
+        result.Innards[1] = julian_day(t.year, t.month, t.day);
+      }
+    } else if (fTime && has_time(*Time) && !has_date(*Time)) {
+      result.Innards[0] = Time->Innards[0];
+    } else if (!fTime && has_date(*Time) && !has_time(*Time)) {
+      result.Innards[1] = julian_of(*Time);
     }
-  } else if (fTime && has_time(*Time) && !has_date(*Time)) {
-    result.Innards[0] = Time->Innards[0];
-  } else if (!fTime && has_date(*Time) && !has_time(*Time)) {
-    result.Innards[1] = julian_of(*Time);
-  }
-  *retTime = result;
+    *retTime = result;
+  });
 }
 
 // Seconds, minutes and hours are spans of elapsed time. Days, months and
@@ -164,41 +176,43 @@ void LNPUBLIC TimeExtractLocal(const TIMEDATE* Time, BOOL fTime, TIMEDATE* retTi
 // were. TRUE (failure, value unchanged) when the result leaves years
 // 1..32767.
 BOOL LNPUBLIC TimeDateAdjust(TIMEDATE* Time, int seconds, int minutes, int hours, int days, int months, int years) {
-  if (Time == nullptr) return TRUE;
-  const int64_t clock_ticks =
-      (static_cast<int64_t>(seconds) + static_cast<int64_t>(minutes) * 60 + static_cast<int64_t>(hours) * 3600) *
-      kTicksPerSecond;
-  if (!has_date(*Time) && !has_time(*Time)) return FALSE;
-  if (!has_date(*Time)) {
-    if (Time->Innards[0] >= static_cast<DWORD>(kTicksPerDay)) return TRUE;
-    Time->Innards[0] =
-        static_cast<DWORD>(floor_mod(static_cast<int64_t>(Time->Innards[0]) + clock_ticks, kTicksPerDay));
-    return FALSE;
-  }
-  if (!has_time(*Time)) {
-    const auto julian = shift_date(julian_of(*Time), days, months, years);
-    if (!julian) return TRUE;
-    Time->Innards[1] = *julian;
-    return FALSE;
-  }
-  if (!is_complete_instant(*Time)) return TRUE;
-  const DWORD bits = Time->Innards[1] & ~TIMEDATE_JULIAN_MASK;
-  auto moved = timedate_from_instant(instant_ticks(*Time) + clock_ticks, bits);
-  if (!moved) return TRUE;
-  if (days != 0 || months != 0 || years != 0) {
-    const ZoneRules rules = local_rules();
-    const int64_t gmt = instant_ticks(*moved);
-    const int64_t local = gmt + rules.offset_at(floor_div(gmt, kTicksPerSecond)) * kTicksPerSecond;
-    const int64_t local_day = floor_div(local, kTicksPerDay);
-    const auto julian = shift_date(static_cast<DWORD>(local_day + kJulianDayOf1970), days, months, years);
-    if (!julian) return TRUE;
-    const int64_t shifted_local =
-        (static_cast<int64_t>(*julian) - kJulianDayOf1970) * kTicksPerDay + (local - local_day * kTicksPerDay);
-    moved = timedate_from_instant(gmt_ticks_from_local(rules, shifted_local), bits);
+  return guarded_value<BOOL>(TRUE, [&]() -> BOOL {
+    if (Time == nullptr) return TRUE;
+    const int64_t clock_ticks =
+        (static_cast<int64_t>(seconds) + static_cast<int64_t>(minutes) * 60 + static_cast<int64_t>(hours) * 3600) *
+        kTicksPerSecond;
+    if (!has_date(*Time) && !has_time(*Time)) return FALSE;
+    if (!has_date(*Time)) {
+      if (Time->Innards[0] >= static_cast<DWORD>(kTicksPerDay)) return TRUE;
+      Time->Innards[0] =
+          static_cast<DWORD>(floor_mod(static_cast<int64_t>(Time->Innards[0]) + clock_ticks, kTicksPerDay));
+      return FALSE;
+    }
+    if (!has_time(*Time)) {
+      const auto julian = shift_date(julian_of(*Time), days, months, years);
+      if (!julian) return TRUE;
+      Time->Innards[1] = *julian;
+      return FALSE;
+    }
+    if (!is_complete_instant(*Time)) return TRUE;
+    const DWORD bits = Time->Innards[1] & ~TIMEDATE_JULIAN_MASK;
+    auto moved = timedate_from_instant(instant_ticks(*Time) + clock_ticks, bits);
     if (!moved) return TRUE;
-  }
-  *Time = *moved;
-  return FALSE;
+    if (days != 0 || months != 0 || years != 0) {
+      const ZoneRules rules = local_rules();
+      const int64_t gmt = instant_ticks(*moved);
+      const int64_t local = gmt + rules.offset_at(floor_div(gmt, kTicksPerSecond)) * kTicksPerSecond;
+      const int64_t local_day = floor_div(local, kTicksPerDay);
+      const auto julian = shift_date(static_cast<DWORD>(local_day + kJulianDayOf1970), days, months, years);
+      if (!julian) return TRUE;
+      const int64_t shifted_local =
+          (static_cast<int64_t>(*julian) - kJulianDayOf1970) * kTicksPerDay + (local - local_day * kTicksPerDay);
+      moved = timedate_from_instant(gmt_ticks_from_local(rules, shifted_local), bits);
+      if (!moved) return TRUE;
+    }
+    *Time = *moved;
+    return FALSE;
+  });
 }
 
 STATUS LNPUBLIC TimeDateIncrement(TIMEDATE* Time, LONG Interval) {

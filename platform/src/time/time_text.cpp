@@ -8,6 +8,7 @@
 #include <ctime>
 #include <optional>
 
+#include "core/api_guard.h"
 #include "globerr.h"
 #include "time/intl_settings.h"
 #include "time/timedate.h"
@@ -619,7 +620,7 @@ STATUS LNPUBLIC ConvertTIMEDATEToText(const void* IntlFormat, const TFMT* TextFo
                                       char* retTextBuffer, WORD TextBufferLength, WORD* retTextLength) {
   if (retTextLength != nullptr) *retTextLength = 0;
   if (InputTime == nullptr || (retTextBuffer == nullptr && TextBufferLength > 0)) return ERR_TDO_CONV;
-  try {
+  return guarded([&]() -> STATUS {
     const auto intl = settings_from(IntlFormat);
     if (!intl) return ERR_IFMT;
     std::string text;
@@ -630,15 +631,13 @@ STATUS LNPUBLIC ConvertTIMEDATEToText(const void* IntlFormat, const TFMT* TextFo
     if (length > 0) std::memcpy(retTextBuffer, text.data(), length);  // NOLINT(bugprone-not-null-terminated-result)
     if (retTextLength != nullptr) *retTextLength = static_cast<WORD>(length);
     return NOERROR;
-  } catch (...) {
-    return ERR_TDO_CONV;
-  }
+  });
 }
 
 STATUS LNPUBLIC ConvertTextToTIMEDATE(const void* IntlFormat, const TFMT* TextFormat, char** ppTextString,
                                       WORD MaxLength, TIMEDATE* retTIMEDATE) {
   if (ppTextString == nullptr || *ppTextString == nullptr || retTIMEDATE == nullptr) return ERR_TDO_CONV;
-  try {
+  return guarded([&]() -> STATUS {
     const auto intl = settings_from(IntlFormat);
     if (!intl) return ERR_IFMT;
     const std::string_view text(*ppTextString, strnlen(*ppTextString, MaxLength));
@@ -647,9 +646,7 @@ STATUS LNPUBLIC ConvertTextToTIMEDATE(const void* IntlFormat, const TFMT* TextFo
     *retTIMEDATE = parsed.value;
     *ppTextString += parsed.consumed;
     return NOERROR;
-  } catch (...) {
-    return ERR_TDO_CONV;
-  }
+  });
 }
 
 }  // extern "C"
