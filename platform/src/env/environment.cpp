@@ -1,9 +1,12 @@
 #include "env/environment.h"
 
+#include <pthread.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
@@ -58,12 +61,83 @@ std::optional<FileStamp> stamp_of(const std::filesystem::path& path) {
   return FileStamp{st.st_mtim, st.st_size, st.st_ino};
 }
 
+// Learns of changes to notes.ini without looking at the file on every read:
+// an inotify watch on its folder, read without blocking. The kernel queues
+// the event while the other process's write or rename runs, so it is there
+// before anything that process does afterwards (a message put on a queue)
+// can be seen here. Where no watch can be made (a missing folder, notes.ini
+// a link to elsewhere, inotify unavailable) every read looks at the file.
+class FolderWatch {
+ public:
+  FolderWatch() = default;
+  ~FolderWatch() { close(); }
+  FolderWatch(const FolderWatch&) = delete;
+  FolderWatch& operator=(const FolderWatch&) = delete;
+
+  void start(const std::filesystem::path& file) {
+    close();
+    file_name_ = file.filename().string();
+    struct stat st {};
+    if (::lstat(file.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) return;  // its content changes elsewhere
+    fd_ = ::inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+    if (fd_ < 0) return;
+    constexpr uint32_t kMask = IN_CLOSE_WRITE | IN_MODIFY | IN_ATTRIB | IN_CREATE | IN_DELETE | IN_MOVED_FROM |
+                               IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF;
+    if (::inotify_add_watch(fd_, file.parent_path().c_str(), kMask) < 0) close();
+  }
+
+  bool active() const { return fd_ >= 0; }
+
+  // Whether the file may have changed since the last call. Ends the watch
+  // when its folder went away (later reads then look at the file).
+  bool changed() {
+    bool changed = false;
+    alignas(inotify_event) char events[4096];
+    for (;;) {
+      ssize_t n = ::read(fd_, events, sizeof events);
+      if (n <= 0) break;
+      for (ssize_t at = 0; at < n;) {
+        const auto* event = reinterpret_cast<const inotify_event*>(events + at);
+        if ((event->mask & (IN_Q_OVERFLOW | IN_IGNORED | IN_DELETE_SELF | IN_MOVE_SELF)) != 0) {
+          changed = true;
+          if ((event->mask & IN_Q_OVERFLOW) == 0) lost_ = true;
+        } else if (event->len > 0 && file_name_ == event->name) {
+          changed = true;
+        }
+        at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
+      }
+    }
+    if (lost_) close();
+    return changed;
+  }
+
+ private:
+  void close() {
+    if (fd_ >= 0) ::close(fd_);
+    fd_ = -1;
+    lost_ = false;
+  }
+
+  int fd_ = -1;
+  bool lost_ = false;
+  std::string file_name_;
+};
+
+// Set in a child made by fork(): its copy of the watch descriptor is shared
+// with the parent, which would take its events.
+std::atomic<bool> g_forked{false};
+
 class Environment {
  public:
+  Environment() {
+    ::pthread_atfork(nullptr, nullptr, [] { g_forked.store(true); });
+  }
+
   STATUS load(const std::filesystem::path& path) {
     std::lock_guard lock(mutex_);
     path_ = std::filesystem::absolute(path).lexically_normal();
     loaded_ = true;
+    watch_.start(path_);
     return read_file_locked() ? NOERROR : ERR_NOEXIST;
   }
 
@@ -77,13 +151,7 @@ class Environment {
     std::lock_guard lock(mutex_);
     ensure_loaded_locked();
     refresh_locked();
-    for (const auto& line : lines_) {
-      std::string_view key = key_of(line);
-      if (!key.empty() && equal_no_case(key, trim(name))) {
-        return std::string(trim(std::string_view(line).substr(line.find('=') + 1)));
-      }
-    }
-    return std::nullopt;
+    return find_locked(trim(name));
   }
 
   bool set(std::string_view name, std::string_view value) {
@@ -101,17 +169,18 @@ class Environment {
       }
     }
     if (!replaced) lines_.push_back(new_line);
+    directory_.reset();
     if (path_.empty()) return false;
     return write_file_locked();
   }
 
   std::filesystem::path data_directory() {
-    auto directory = get("Directory");
     std::lock_guard lock(mutex_);
-    std::filesystem::path base = path_.empty() ? std::filesystem::current_path() : path_.parent_path();
-    if (!directory || directory->empty()) return base;
-    std::filesystem::path dir(*directory);
-    return (dir.is_absolute() ? dir : base / dir).lexically_normal();
+    ensure_loaded_locked();
+    refresh_locked();
+    if (path_.empty()) return data_directory_locked();  // follows the current directory
+    if (!directory_) directory_ = data_directory_locked();
+    return *directory_;
   }
 
  private:
@@ -123,17 +192,49 @@ class Environment {
     std::filesystem::path candidate = (from_env && *from_env) ? from_env : "notes.ini";
     if (std::filesystem::exists(candidate)) {
       path_ = std::filesystem::absolute(candidate).lexically_normal();
+      watch_.start(path_);
       read_file_locked();
     }
   }
 
+  std::optional<std::string> find_locked(std::string_view name) const {
+    for (const auto& line : lines_) {
+      std::string_view key = key_of(line);
+      if (!key.empty() && equal_no_case(key, name)) {
+        return std::string(trim(std::string_view(line).substr(line.find('=') + 1)));
+      }
+    }
+    return std::nullopt;
+  }
+
+  // notes.ini's "Directory" (relative to the folder of notes.ini), else that folder.
+  std::filesystem::path data_directory_locked() const {
+    auto directory = find_locked("Directory");
+    std::filesystem::path base = path_.empty() ? std::filesystem::current_path() : path_.parent_path();
+    if (!directory || directory->empty()) return base;
+    std::filesystem::path dir(*directory);
+    return (dir.is_absolute() ? dir : base / dir).lexically_normal();
+  }
+
   void refresh_locked() {
     if (path_.empty()) return;
+    if (g_forked.exchange(false)) {
+      watch_.start(path_);
+      read_file_locked();
+      return;
+    }
+    if (watch_.active()) {
+      // Events are taken before the file is read, so a change made while
+      // it is read leaves an event for the next call.
+      if (watch_.changed()) read_file_locked();
+      return;
+    }
     auto now = stamp_of(path_);
     if (now && (!stamp_ || !(*now == *stamp_))) read_file_locked();
   }
 
   bool read_file_locked() {
+    directory_.reset();
     std::ifstream in(path_);
     if (!in) {
       lines_.clear();
@@ -175,6 +276,8 @@ class Environment {
   std::filesystem::path path_;           // guarded by mutex_
   std::vector<std::string> lines_;       // guarded by mutex_
   std::optional<FileStamp> stamp_;       // guarded by mutex_: the file as last read or written
+  FolderWatch watch_;                    // guarded by mutex_
+  std::optional<std::filesystem::path> directory_;  // guarded by mutex_: the data directory of lines_
 };
 
 Environment& environment() {

@@ -6,7 +6,10 @@
 // written at once to a temporary file that is renamed over notes.ini, so a
 // reader in another process sees either the old or the new file, never a
 // mix; a read notices when another process changed the file and reloads it.
-// Thread-safe.
+// The parsed file is kept: a read learns of changes from an inotify watch on
+// the folder of notes.ini (one non-blocking read of the watch, no look at the
+// file), so a change another process made before it put a message on a queue
+// is seen by the request that message starts. Thread-safe.
 #pragma once
 
 #include <filesystem>
