@@ -137,6 +137,17 @@ TEST_F(EnvironmentTest, AForkedChildAndItsParentBothSeeLaterChanges) {
   EXPECT_EQ(tarnwick::rt::data_directory(), dir_ / "other") << "the data directory follows the file";
 }
 
+TEST_F(EnvironmentTest, ASnapshotKeepsOneVersionOfTheFile) {
+  const tarnwick::rt::EnvironmentSnapshot before;
+  OSSetEnvironmentInt("OOOWorkers", 2);
+  std::ofstream(ini_, std::ios::app) << "Added=yes\n";
+  EXPECT_EQ(before.get("ooOworkers"), "8");
+  EXPECT_EQ(before.get("Added"), std::nullopt);
+  const tarnwick::rt::EnvironmentSnapshot after;
+  EXPECT_EQ(after.get("OOOWorkers"), "2");
+  EXPECT_EQ(after.get(" added "), "yes");
+}
+
 TEST_F(EnvironmentTest, DataDirectoryAndApiPaths) {
   char path[MAXPATH];
   WORD length = OSGetDataDirectory(path);
