@@ -7,11 +7,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -89,6 +91,21 @@ class AdminTest : public ::testing::Test {
   nlohmann::json json(std::vector<std::string> args) const {
     Result result = ok(std::move(args));
     return nlohmann::json::parse(result.out.empty() ? "null" : result.out);
+  }
+
+  // The server log lines of a task (as "log --task ... --json" gives them)
+  // once one has the text: a process stores its lines a few milliseconds
+  // after it logs them. The lines as they are after 30 s without it.
+  nlohmann::json log_once_it_has(const std::string& task, const std::string& text) const {
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    for (;;) {
+      nlohmann::json lines = json({"log", "--task", task, "--json"});
+      for (const auto& line : lines) {
+        if (line["text"] == text) return lines;
+      }
+      if (std::chrono::steady_clock::now() > until) return lines;
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
   }
 
   // A provisioned data directory for server Mail1/Acme.

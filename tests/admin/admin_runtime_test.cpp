@@ -72,7 +72,7 @@ TEST_F(AdminRuntime, TasksAreShownToldToQuitAndTheirLogLinesRead) {
   EXPECT_NE(tasks.find("Idle"), std::string::npos) << tasks;
   EXPECT_NE(tasks.find(std::to_string(::getpid())), std::string::npos) << tasks;
 
-  const auto log = json({"log", "--task", "tarnwick", "--json"});
+  const auto log = log_once_it_has("tarnwick", "Tarnwick: Initializing");
   ASSERT_EQ(log.size(), 1u) << log.dump();
   EXPECT_EQ(log[0]["task"], "Tarnwick");
   EXPECT_EQ(log[0]["text"], "Tarnwick: Initializing");

@@ -118,7 +118,7 @@ TEST_F(AdminTaskConcurrency, RequestsReachTheTaskAndItsRepliesComeBack) {
 TEST_F(AdminTaskConcurrency, TheTaskLogsAndQuitsWhenTold) {
   start_task();
   bool initialized = false;
-  for (const auto& line : json({"log", "--task", "Tarnwick", "--json"})) {
+  for (const auto& line : log_once_it_has("Tarnwick", "Tarnwick: Initialization Complete")) {
     initialized |= line["text"] == "Tarnwick: Initialization Complete";
   }
   EXPECT_TRUE(initialized);

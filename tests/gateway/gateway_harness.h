@@ -96,6 +96,18 @@ class Server {
     return tarnwick::testing::readFile(log);
   }
 
+  // The server log of a task once it holds `text`: a process stores its
+  // lines a few milliseconds after it logs them. The log as it is after
+  // 30 s without it.
+  std::string log_once_it_has(const std::string& task, const std::string& text) const {
+    const auto until = std::chrono::steady_clock::now() + 30s;
+    for (;;) {
+      std::string log = admin({"log", "--task", task});
+      if (log.find(text) != std::string::npos || std::chrono::steady_clock::now() > until) return log;
+      std::this_thread::sleep_for(20ms);
+    }
+  }
+
   void add_person(const std::string& name, const std::string& short_name, const std::string& mode = "agent") const {
     admin({"person", "add", name, "--short", short_name, "--password", kPassword, "--create-mailfile", "--mode", mode});
   }

@@ -297,6 +297,7 @@ STATUS LNPUBLIC AddInSDKInit(int argc, char** argv) {
 STATUS LNPUBLIC AddInSDKTerm(STATUS status) {
   guarded_void([&] {
     AddInTask::instance().end();
+    flush_server_log();  // the task's last lines are stored before it goes
   });
   return status;
 }

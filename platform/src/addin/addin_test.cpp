@@ -2,9 +2,11 @@
 // admin tool lists them, log line formats and the log store hand-off.
 #include <unistd.h>
 
+#include <condition_variable>
 #include <cstdlib>
 #include <ctime>
 #include <memory>
+#include <mutex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -144,6 +146,7 @@ TEST_F(AddInTest, LogLinesCarryTimeTextAndStatusText) {
   EXPECT_FALSE(std::getline(lines, rest));
   EXPECT_TRUE(is_console_line(first, "Tarnwick: Initializing")) << first;
   EXPECT_TRUE(is_console_line(second, "Tarnwick: [CN=Jo Doe/O=Org] read 3 times: Message Queue is empty.")) << second;
+  tarnwick::rt::flush_server_log();
   ASSERT_EQ(recorder->lines.size(), 2u);
   EXPECT_EQ(recorder->lines[0].task_name, "Tarnwick");
   EXPECT_EQ(recorder->lines[0].text, "Tarnwick: Initializing");
@@ -152,6 +155,49 @@ TEST_F(AddInTest, LogLinesCarryTimeTextAndStatusText) {
   std::vector<ServerLogLine> read_back;
   EXPECT_EQ(tarnwick::rt::read_server_log(0, &read_back), NOERROR);
   EXPECT_EQ(read_back.size(), 2u);
+}
+
+// While the store is busy with one batch, the lines logged meanwhile wait
+// and then go to it together, in order.
+TEST_F(AddInTest, LinesLoggedWhileTheStoreIsBusyGoTogetherInOrder) {
+  struct SlowStore : tarnwick::rt::ServerLogStore {
+    STATUS append(const ServerLogLine& line) override { return append_batch({line}); }
+    STATUS append_batch(const std::vector<ServerLogLine>& lines) override {
+      std::unique_lock lock(mutex);
+      batches.push_back(lines);
+      entered.notify_all();
+      released.wait(lock, [&] { return open; });
+      return NOERROR;
+    }
+    STATUS read(size_t, std::vector<ServerLogLine>*) override { return NOERROR; }
+    std::mutex mutex;
+    std::condition_variable entered, released;
+    bool open = false;
+    std::vector<std::vector<ServerLogLine>> batches;
+  };
+  auto store = std::make_shared<SlowStore>();
+  tarnwick::rt::install_server_log_store(store);
+  ::testing::internal::CaptureStdout();
+  tarnwick::rt::write_server_log("Tarnwick", "first");
+  {
+    std::unique_lock lock(store->mutex);
+    store->entered.wait(lock, [&] { return !store->batches.empty(); });
+  }
+  for (int i = 0; i < 100; ++i) tarnwick::rt::write_server_log("Tarnwick", std::to_string(i));
+  const std::string console = ::testing::internal::GetCapturedStdout();
+  EXPECT_NE(console.find("  99\n"), std::string::npos) << "the console does not wait for the store";
+  {
+    std::lock_guard lock(store->mutex);
+    store->open = true;
+    store->released.notify_all();
+  }
+  tarnwick::rt::flush_server_log();
+  std::lock_guard lock(store->mutex);
+  ASSERT_EQ(store->batches.size(), 2u);
+  ASSERT_EQ(store->batches[0].size(), 1u);
+  EXPECT_EQ(store->batches[0][0].text, "first");
+  ASSERT_EQ(store->batches[1].size(), 100u);
+  for (int i = 0; i < 100; ++i) EXPECT_EQ(store->batches[1][i].text, std::to_string(i));
 }
 
 TEST_F(AddInTest, WithoutALogStoreLinesStillReachTheConsole) {

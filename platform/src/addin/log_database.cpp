@@ -76,19 +76,40 @@ STATUS collect_line(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*
 
 }  // namespace
 
-STATUS LogDatabaseStore::append(const ServerLogLine& line) {
+STATUS LogDatabaseStore::append(const ServerLogLine& line) { return append_batch({line}); }
+
+STATUS LogDatabaseStore::append_batch(const std::vector<ServerLogLine>& lines) {
+  if (lines.empty()) return NOERROR;
   if (ini_path().empty()) return ERR_NOEXIST;  // no server environment: console only
   OpenDatabase db;
   if (STATUS status = db.open(true)) return status;
-  // A line is one commit; flushing each to disk would make logging, which
-  // every request does, wait for the disk. A line stays once its process
-  // has written it, even if that process dies; a power loss may take the
-  // last ones.
+  // A batch is one commit; flushing each to disk would make logging, which
+  // every request does, wait for the disk. A line stays once it is stored,
+  // even if its process dies; a power loss may take the last ones.
   if (auto database = store::find_database(db.handle())) {
     if (STATUS status = database->flush_commits_lazily()) return status;
   }
+  if (lines.size() == 1) return append_line(db.handle(), lines.front());
+  if (STATUS status = NSFTransactionBegin(db.handle(), 0)) return status;
+  for (const auto& line : lines) {
+    if (STATUS status = append_line(db.handle(), line)) {
+      NSFTransactionRollback(db.handle());
+      // One bad line must not take the others with it.
+      STATUS first_error = status;
+      for (const auto& single : lines) {
+        if (STATUS again = append_line(db.handle(), single); again != NOERROR && first_error == NOERROR) {
+          first_error = again;
+        }
+      }
+      return first_error;
+    }
+  }
+  return NSFTransactionCommit(db.handle(), 0);
+}
+
+STATUS LogDatabaseStore::append_line(DBHANDLE db, const ServerLogLine& line) {
   OpenNote note;
-  if (STATUS status = NSFNoteCreate(db.handle(), note.out())) return status;
+  if (STATUS status = NSFNoteCreate(db, note.out())) return status;
   const LocalZone zone = local_zone(static_cast<std::time_t>(line.unix_seconds));
   const TIMEDATE when = timedate_from_unix(line.unix_seconds, line.hundredths,
                                            zone_bits(zone.standard_offset_seconds, zone.observes_dst));

@@ -8,14 +8,23 @@
 #include <cstring>
 
 namespace tarnwick::rt {
+namespace {
+
+// The runtime never changes its user, so the answer is asked once.
+uid_t effective_user() {
+  static const uid_t user = ::geteuid();
+  return user;
+}
+
+}  // namespace
 
 std::string untrusted_folder_reason(const std::filesystem::path& folder) {
   struct stat info {};
   if (::lstat(folder.c_str(), &info) != 0) return std::string("cannot be examined: ") + std::strerror(errno);
   if (!S_ISDIR(info.st_mode)) return "is not a folder (a link or a file is in its place)";
-  if (info.st_uid != ::geteuid()) {
+  if (info.st_uid != effective_user()) {
     return "belongs to user " + std::to_string(info.st_uid) + ", not to the server's user " +
-           std::to_string(::geteuid());
+           std::to_string(effective_user());
   }
   if ((info.st_mode & (S_IWGRP | S_IWOTH)) != 0) return "can be written by other users";
   return "";
@@ -37,7 +46,7 @@ int open_private_file(const std::filesystem::path& path, int flags) {
   int fd = ::open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, kPrivateFileMode);
   if (fd < 0) return -1;
   struct stat info {};
-  if ((flags & O_CREAT) != 0 && ::fstat(fd, &info) == 0 && info.st_uid == ::geteuid() &&
+  if ((flags & O_CREAT) != 0 && ::fstat(fd, &info) == 0 && info.st_uid == effective_user() &&
       (info.st_mode & 07777) != kPrivateFileMode) {
     ::fchmod(fd, kPrivateFileMode);
   }

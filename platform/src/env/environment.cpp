@@ -1,9 +1,12 @@
 #include "env/environment.h"
 
+#include <pthread.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
@@ -43,6 +46,21 @@ std::string_view key_of(std::string_view line) {
   return key;
 }
 
+}  // namespace
+
+std::optional<std::string> find_in(const EnvironmentLines& lines, std::string_view name) {
+  name = trim(name);
+  for (const auto& line : lines) {
+    std::string_view key = key_of(line);
+    if (!key.empty() && equal_no_case(key, name)) {
+      return std::string(trim(std::string_view(line).substr(line.find('=') + 1)));
+    }
+  }
+  return std::nullopt;
+}
+
+namespace {
+
 struct FileStamp {
   timespec mtime{};
   off_t size = -1;
@@ -58,12 +76,102 @@ std::optional<FileStamp> stamp_of(const std::filesystem::path& path) {
   return FileStamp{st.st_mtim, st.st_size, st.st_ino};
 }
 
+// Learns of changes to notes.ini without looking at the file on every read:
+// inotify watches, read without blocking, on the file itself (its content
+// and times) and on its folder (names coming and going: a new file renamed
+// into its place). Other files of the folder (databases being written) make
+// no events. The kernel queues an event while the other process's write or
+// rename runs, so it is there before anything that process does afterwards
+// (a message put on a queue) can be seen here. Where no watch can be made (a
+// missing folder, notes.ini a link to elsewhere, inotify unavailable) every
+// read looks at the file.
+class IniWatch {
+ public:
+  IniWatch() = default;
+  ~IniWatch() { close(); }
+  IniWatch(const IniWatch&) = delete;
+  IniWatch& operator=(const IniWatch&) = delete;
+
+  void start(const std::filesystem::path& file) {
+    close();
+    file_ = file;
+    file_name_ = file.filename().string();
+    struct stat st {};
+    if (::lstat(file.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) return;  // its content changes elsewhere
+    fd_ = ::inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+    if (fd_ < 0) return;
+    constexpr uint32_t kFolderMask =
+        IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF;
+    folder_watch_ = ::inotify_add_watch(fd_, file.parent_path().c_str(), kFolderMask);
+    if (folder_watch_ < 0) close();
+  }
+
+  bool active() const { return fd_ >= 0; }
+
+  // Called before the file is read: the watch follows the file now under
+  // the name, so that a change made to it while it is read leaves an event.
+  void follow_file() {
+    if (fd_ < 0) return;
+    constexpr uint32_t kFileMask = IN_MODIFY | IN_CLOSE_WRITE | IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF;
+    const int watch = ::inotify_add_watch(fd_, file_.c_str(), kFileMask | IN_DONT_FOLLOW);
+    if (file_watch_ >= 0 && file_watch_ != watch) ::inotify_rm_watch(fd_, file_watch_);
+    file_watch_ = watch;
+  }
+
+  // Whether the file may have changed since the last call. Ends the watch
+  // when its folder went away (later reads then look at the file).
+  bool changed() {
+    bool changed = false;
+    alignas(inotify_event) char events[4096];
+    for (;;) {
+      ssize_t n = ::read(fd_, events, sizeof events);
+      if (n <= 0) break;
+      for (ssize_t at = 0; at < n;) {
+        const auto* event = reinterpret_cast<const inotify_event*>(events + at);
+        if (event->wd == folder_watch_) {
+          if ((event->mask & (IN_IGNORED | IN_DELETE_SELF | IN_MOVE_SELF)) != 0) lost_ = true;
+          if (lost_ || (event->len > 0 && file_name_ == event->name)) changed = true;
+        } else {
+          changed = true;  // the file itself, or a queue overflow
+          if (event->wd == file_watch_ && (event->mask & IN_IGNORED) != 0) file_watch_ = -1;
+        }
+        at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
+      }
+    }
+    if (lost_) close();
+    return changed;
+  }
+
+ private:
+  void close() {
+    if (fd_ >= 0) ::close(fd_);
+    fd_ = folder_watch_ = file_watch_ = -1;
+    lost_ = false;
+  }
+
+  int fd_ = -1;
+  int folder_watch_ = -1;
+  int file_watch_ = -1;
+  bool lost_ = false;
+  std::filesystem::path file_;
+  std::string file_name_;
+};
+
+// Set in a child made by fork(): its copy of the watch descriptor is shared
+// with the parent, which would take its events.
+std::atomic<bool> g_forked{false};
+
 class Environment {
  public:
+  Environment() {
+    ::pthread_atfork(nullptr, nullptr, [] { g_forked.store(true); });
+  }
+
   STATUS load(const std::filesystem::path& path) {
     std::lock_guard lock(mutex_);
     path_ = std::filesystem::absolute(path).lexically_normal();
     loaded_ = true;
+    watch_.start(path_);
     return read_file_locked() ? NOERROR : ERR_NOEXIST;
   }
 
@@ -77,13 +185,14 @@ class Environment {
     std::lock_guard lock(mutex_);
     ensure_loaded_locked();
     refresh_locked();
-    for (const auto& line : lines_) {
-      std::string_view key = key_of(line);
-      if (!key.empty() && equal_no_case(key, trim(name))) {
-        return std::string(trim(std::string_view(line).substr(line.find('=') + 1)));
-      }
-    }
-    return std::nullopt;
+    return find_in(*lines_, trim(name));
+  }
+
+  std::shared_ptr<const EnvironmentLines> snapshot() {
+    std::lock_guard lock(mutex_);
+    ensure_loaded_locked();
+    refresh_locked();
+    return lines_;
   }
 
   bool set(std::string_view name, std::string_view value) {
@@ -92,7 +201,8 @@ class Environment {
     refresh_locked();
     std::string new_line = std::string(trim(name)) + "=" + std::string(value);
     bool replaced = false;
-    for (auto& line : lines_) {
+    auto lines = std::make_shared<EnvironmentLines>(*lines_);  // snapshots handed out stay as they are
+    for (auto& line : *lines) {
       std::string_view key = key_of(line);
       if (!key.empty() && equal_no_case(key, trim(name))) {
         line = new_line;
@@ -100,18 +210,20 @@ class Environment {
         break;
       }
     }
-    if (!replaced) lines_.push_back(new_line);
+    if (!replaced) lines->push_back(new_line);
+    lines_ = std::move(lines);
+    directory_.reset();
     if (path_.empty()) return false;
     return write_file_locked();
   }
 
   std::filesystem::path data_directory() {
-    auto directory = get("Directory");
     std::lock_guard lock(mutex_);
-    std::filesystem::path base = path_.empty() ? std::filesystem::current_path() : path_.parent_path();
-    if (!directory || directory->empty()) return base;
-    std::filesystem::path dir(*directory);
-    return (dir.is_absolute() ? dir : base / dir).lexically_normal();
+    ensure_loaded_locked();
+    refresh_locked();
+    if (path_.empty()) return data_directory_locked();  // follows the current directory
+    if (!directory_) directory_ = data_directory_locked();
+    return *directory_;
   }
 
  private:
@@ -123,30 +235,54 @@ class Environment {
     std::filesystem::path candidate = (from_env && *from_env) ? from_env : "notes.ini";
     if (std::filesystem::exists(candidate)) {
       path_ = std::filesystem::absolute(candidate).lexically_normal();
+      watch_.start(path_);
       read_file_locked();
     }
   }
 
+  // notes.ini's "Directory" (relative to the folder of notes.ini), else that folder.
+  std::filesystem::path data_directory_locked() const {
+    auto directory = find_in(*lines_, "Directory");
+    std::filesystem::path base = path_.empty() ? std::filesystem::current_path() : path_.parent_path();
+    if (!directory || directory->empty()) return base;
+    std::filesystem::path dir(*directory);
+    return (dir.is_absolute() ? dir : base / dir).lexically_normal();
+  }
+
   void refresh_locked() {
     if (path_.empty()) return;
+    if (g_forked.load(std::memory_order_relaxed) && g_forked.exchange(false)) {
+      watch_.start(path_);
+      read_file_locked();
+      return;
+    }
+    if (watch_.active()) {
+      // Events are taken before the file is read, so a change made while
+      // it is read leaves an event for the next call.
+      if (watch_.changed()) read_file_locked();
+      return;
+    }
     auto now = stamp_of(path_);
     if (now && (!stamp_ || !(*now == *stamp_))) read_file_locked();
   }
 
   bool read_file_locked() {
+    directory_.reset();
+    watch_.follow_file();
+    auto lines = std::make_shared<EnvironmentLines>();
     std::ifstream in(path_);
     if (!in) {
-      lines_.clear();
+      lines_ = std::move(lines);
       stamp_.reset();
       return false;
     }
     stamp_ = stamp_of(path_);
-    lines_.clear();
     std::string line;
     while (std::getline(in, line)) {
       if (!line.empty() && line.back() == '\r') line.pop_back();
-      lines_.push_back(line);
+      lines->push_back(line);
     }
+    lines_ = std::move(lines);
     return true;
   }
 
@@ -156,7 +292,7 @@ class Environment {
     {
       std::ofstream out(temp, std::ios::trunc);
       if (!out) return false;
-      for (const auto& line : lines_) out << line << '\n';
+      for (const auto& line : *lines_) out << line << '\n';
       out.flush();
       if (!out) return false;
     }
@@ -173,8 +309,10 @@ class Environment {
   std::mutex mutex_;
   bool loaded_ = false;
   std::filesystem::path path_;           // guarded by mutex_
-  std::vector<std::string> lines_;       // guarded by mutex_
+  std::shared_ptr<const EnvironmentLines> lines_ = std::make_shared<EnvironmentLines>();  // guarded by mutex_
   std::optional<FileStamp> stamp_;       // guarded by mutex_: the file as last read or written
+  IniWatch watch_;                    // guarded by mutex_
+  std::optional<std::filesystem::path> directory_;  // guarded by mutex_: the data directory of lines_
 };
 
 Environment& environment() {
@@ -199,6 +337,10 @@ std::filesystem::path resolve_data_path(std::string_view api_path) {
 }
 
 std::optional<std::string> get_environment(std::string_view name) { return environment().get(name); }
+
+EnvironmentSnapshot::EnvironmentSnapshot() : lines_(environment().snapshot()) {}
+
+std::optional<std::string> EnvironmentSnapshot::get(std::string_view name) const { return find_in(*lines_, name); }
 bool set_environment(std::string_view name, std::string_view value) { return environment().set(name, value); }
 
 }  // namespace tarnwick::rt

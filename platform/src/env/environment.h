@@ -6,13 +6,18 @@
 // written at once to a temporary file that is renamed over notes.ini, so a
 // reader in another process sees either the old or the new file, never a
 // mix; a read notices when another process changed the file and reloads it.
-// Thread-safe.
+// The parsed file is kept: a read learns of changes from an inotify watch on
+// the folder of notes.ini (one non-blocking read of the watch, no look at the
+// file), so a change another process made before it put a message on a queue
+// is seen by the request that message starts. Thread-safe.
 #pragma once
 
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "global.h"
 
@@ -35,6 +40,24 @@ std::filesystem::path data_directory();
 std::filesystem::path resolve_data_path(std::string_view api_path);
 
 std::optional<std::string> get_environment(std::string_view name);
+
+using EnvironmentLines = std::vector<std::string>;
+
+// The variable `name` of the KEY=VALUE lines (keys without case, values
+// trimmed).
+std::optional<std::string> find_in(const EnvironmentLines& lines, std::string_view name);
+
+// notes.ini as it is when the snapshot is made: for a caller that reads
+// many variables at once (one look for changes instead of one per variable,
+// and one version of the file for all of them).
+class EnvironmentSnapshot {
+ public:
+  EnvironmentSnapshot();
+  std::optional<std::string> get(std::string_view name) const;
+
+ private:
+  std::shared_ptr<const EnvironmentLines> lines_;
+};
 // Sets (or adds) a variable and writes notes.ini. Returns false when the file
 // could not be written.
 bool set_environment(std::string_view name, std::string_view value);

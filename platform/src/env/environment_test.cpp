@@ -1,10 +1,14 @@
 #include "env/environment.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -89,6 +93,59 @@ TEST_F(EnvironmentTest, SeesChangesMadeByAnotherWriter) {
   fs::rename(temp, ini_);
   EXPECT_EQ(OSGetEnvironmentLong("OOOWorkers"), 3);
   EXPECT_FALSE(OSGetEnvironmentString("ServerName", nullptr, 0));
+}
+
+// Runs `body` in a child process; returns its exit code.
+int in_child(const std::function<int()>& body) {
+  const pid_t pid = ::fork();
+  if (pid == 0) ::_exit(body());
+  int status = 0;
+  ::waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST_F(EnvironmentTest, SeesAnInPlaceEditOfAnotherProcessThatKeepsSizeAndTime) {
+  EXPECT_EQ(OSGetEnvironmentLong("OOOWorkers"), 8);
+  struct stat before {};
+  ASSERT_EQ(::stat(ini_.c_str(), &before), 0);
+  // The same length, written into the same file, its time put back: only
+  // the change notice can tell the file changed.
+  ASSERT_EQ(in_child([&] {
+              std::ofstream(ini_, std::ios::trunc)
+                  << "[Notes]\nDirectory=data\nServerName=CN=Mail1/O=Acme\nOOOWorkers = 9 \n; a comment\n";
+              const timespec times[2] = {before.st_atim, before.st_mtim};
+              return ::utimensat(AT_FDCWD, ini_.c_str(), times, 0) == 0 ? 0 : 1;
+            }),
+            0);
+  EXPECT_EQ(OSGetEnvironmentLong("OOOWorkers"), 9);
+}
+
+TEST_F(EnvironmentTest, AForkedChildAndItsParentBothSeeLaterChanges) {
+  EXPECT_EQ(OSGetEnvironmentLong("OOOWorkers"), 8);
+  // The child replaces the file as another process would, then reads it;
+  // the parent, whose view was made before the fork, reads it afterwards.
+  EXPECT_EQ(in_child([&] {
+              fs::path temp = dir_ / "child.tmp";
+              std::ofstream(temp) << "Directory=data\nOOOWorkers=5\n";
+              fs::rename(temp, ini_);
+              return OSGetEnvironmentLong("OOOWorkers") == 5 ? 0 : 1;
+            }),
+            0);
+  EXPECT_EQ(OSGetEnvironmentLong("OOOWorkers"), 5);
+  std::ofstream(ini_, std::ios::trunc) << "Directory=other\n";
+  EXPECT_EQ(OSGetEnvironmentLong("OOOWorkers"), 0);
+  EXPECT_EQ(tarnwick::rt::data_directory(), dir_ / "other") << "the data directory follows the file";
+}
+
+TEST_F(EnvironmentTest, ASnapshotKeepsOneVersionOfTheFile) {
+  const tarnwick::rt::EnvironmentSnapshot before;
+  OSSetEnvironmentInt("OOOWorkers", 2);
+  std::ofstream(ini_, std::ios::app) << "Added=yes\n";
+  EXPECT_EQ(before.get("ooOworkers"), "8");
+  EXPECT_EQ(before.get("Added"), std::nullopt);
+  const tarnwick::rt::EnvironmentSnapshot after;
+  EXPECT_EQ(after.get("OOOWorkers"), "2");
+  EXPECT_EQ(after.get(" added "), "yes");
 }
 
 TEST_F(EnvironmentTest, DataDirectoryAndApiPaths) {

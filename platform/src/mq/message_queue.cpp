@@ -82,94 +82,137 @@ uint64_t monotonic_nanoseconds() {
   return static_cast<uint64_t>(now.tv_sec) * 1000000000ull + static_cast<uint64_t>(now.tv_nsec);
 }
 
-// One inotify instance per thread, kept for the thread's life: closing an
-// instance waits for the kernel to retire its watches, which takes
-// milliseconds, while adding and removing watches is cheap.
-class ThreadInotify {
- public:
-  ThreadInotify() : fd_(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {}
-  ~ThreadInotify() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  ThreadInotify(const ThreadInotify&) = delete;
-  ThreadInotify& operator=(const ThreadInotify&) = delete;
-  int fd() const { return fd_; }
+// Counts fork()s in this process's line: state made before a fork (an open
+// description, a holding) is the parent's, not the child's.
+std::atomic<unsigned> g_fork_generation{0};
 
-  void drain() const {
-    alignas(inotify_event) char events[4096];
-    while (::read(fd_, events, sizeof events) > 0) {
-    }
-  }
+unsigned fork_generation() {
+  static const bool registered = [] {
+    ::pthread_atfork(nullptr, nullptr, [] { g_fork_generation.fetch_add(1); });
+    return true;
+  }();
+  (void)registered;
+  return g_fork_generation.load(std::memory_order_relaxed);
+}
+
+// One inotify instance per thread, kept for the thread's life (closing an
+// instance waits for the kernel to retire its watches, which takes
+// milliseconds), with watches on msgs/ and the queue folder of the queue the
+// thread last waited on. The watches stay between waits, so a thread that
+// waits on the same queue again (a task's request loop, a client's reply
+// queue) only takes the events queued meanwhile. Events stay per thread:
+// no thread takes another's wake-up.
+class ThreadWatch {
+ public:
+  ThreadWatch() = default;
+  ~ThreadWatch() { close(); }
+  ThreadWatch(const ThreadWatch&) = delete;
+  ThreadWatch& operator=(const ThreadWatch&) = delete;
 
   // The calling thread's instance. A child made by fork() gets its own: an
   // inherited one is shared with the parent, which would take its events.
-  static ThreadInotify& current() {
-    thread_local ThreadInotify instance;
-    if (instance.owner_ != ::getpid()) {
-      if (instance.fd_ >= 0) ::close(instance.fd_);
-      instance.fd_ = ::inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
-      instance.owner_ = ::getpid();
+  static ThreadWatch& current() {
+    thread_local ThreadWatch instance;
+    if (instance.generation_ != fork_generation()) {
+      instance.forget_inherited();
+      instance.generation_ = fork_generation();
     }
     return instance;
   }
 
- private:
-  int fd_;
-  pid_t owner_ = ::getpid();
-};
-
-// Sleeps until something changes in msgs/ or the queue folder, or the
-// deadline passes. Made before the queue is looked at again, so a put
-// between the look and the sleep still wakes it.
-class ChangeWatch {
- public:
-  ChangeWatch(const fs::path& queue_dir, const fs::path& messages) : inotify_(ThreadInotify::current()) {
-    if (inotify_.fd() < 0) return;
-    inotify_.drain();  // left over from an earlier wait of this thread
-    messages_watch_ = ::inotify_add_watch(inotify_.fd(), messages.c_str(), IN_MOVED_TO);
-    queue_watch_ = ::inotify_add_watch(inotify_.fd(), queue_dir.c_str(), IN_CREATE | IN_MOVED_TO | IN_DELETE_SELF);
-  }
-  ~ChangeWatch() {
-    if (messages_watch_ >= 0) ::inotify_rm_watch(inotify_.fd(), messages_watch_);
-    if (queue_watch_ >= 0) ::inotify_rm_watch(inotify_.fd(), queue_watch_);
-  }
-  ChangeWatch(const ChangeWatch&) = delete;
-  ChangeWatch& operator=(const ChangeWatch&) = delete;
-
-  // Waits at most `nanoseconds` (forever when negative).
-  void wait(long long nanoseconds) {
-    if (messages_watch_ < 0 || queue_watch_ < 0) {  // no inotify: a coarse sleep rather than a failure
-      ::usleep(nanoseconds < 0 || nanoseconds > 50000000 ? 50000 : static_cast<useconds_t>(nanoseconds / 1000));
-      return;
+  // Watches `queue_dir` (instead of any other) and takes the events queued
+  // so far. False when no watch can be made.
+  bool watch(const fs::path& queue_dir, const fs::path& messages) {
+    if (fd_ < 0) fd_ = ::inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+    if (fd_ < 0) return false;
+    drain();  // also notices watches the kernel dropped with their folder
+    if (messages_watch_ >= 0 && queue_watch_ >= 0 && watched_ == queue_dir.native()) return true;
+    remove_watches();
+    watched_ = queue_dir.native();
+    messages_watch_ = ::inotify_add_watch(fd_, messages.c_str(), IN_MOVED_TO | IN_DELETE_SELF);
+    queue_watch_ = ::inotify_add_watch(fd_, queue_dir.c_str(), IN_CREATE | IN_MOVED_TO | IN_DELETE_SELF);
+    if (messages_watch_ < 0 || queue_watch_ < 0) {
+      remove_watches();
+      return false;
     }
-    pollfd pfd{inotify_.fd(), POLLIN, 0};
+    return true;
+  }
+
+  // Whether the queue folder may have gained a quit flag since note_no_quit().
+  bool quit_possible() const { return !no_quit_; }
+  // The quit flag was looked for, after the watch was made, and is absent.
+  void note_no_quit() { no_quit_ = true; }
+
+  // Waits at most `nanoseconds` (forever when negative) for an event.
+  void wait(long long nanoseconds) {
+    pollfd pfd{fd_, POLLIN, 0};
     timespec limit{};
     if (nanoseconds >= 0) {
       limit.tv_sec = static_cast<time_t>(nanoseconds / 1000000000);
       limit.tv_nsec = static_cast<long>(nanoseconds % 1000000000);
     }
-    if (::ppoll(&pfd, 1, nanoseconds >= 0 ? &limit : nullptr, nullptr) > 0) inotify_.drain();
+    if (::ppoll(&pfd, 1, nanoseconds >= 0 ? &limit : nullptr, nullptr) > 0) drain();
   }
 
  private:
-  ThreadInotify& inotify_;
+  void drain() {
+    alignas(inotify_event) char events[4096];
+    for (;;) {
+      ssize_t n = ::read(fd_, events, sizeof events);
+      if (n <= 0) break;
+      for (ssize_t at = 0; at < n;) {
+        const auto* event = reinterpret_cast<const inotify_event*>(events + at);
+        if (event->wd != messages_watch_ || (event->mask & IN_Q_OVERFLOW) != 0) no_quit_ = false;
+        if ((event->mask & IN_IGNORED) != 0) {  // a folder went away, and its watch with it
+          if (event->wd == messages_watch_) messages_watch_ = -1;
+          if (event->wd == queue_watch_) queue_watch_ = -1;
+        }
+        at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
+      }
+    }
+  }
+
+  void remove_watches() {
+    if (messages_watch_ >= 0) ::inotify_rm_watch(fd_, messages_watch_);
+    if (queue_watch_ >= 0) ::inotify_rm_watch(fd_, queue_watch_);
+    messages_watch_ = queue_watch_ = -1;
+    watched_.clear();
+    no_quit_ = false;
+  }
+
+  void forget_inherited() {
+    if (fd_ >= 0) ::close(fd_);  // the parent's instance stays open in the parent
+    fd_ = -1;
+    messages_watch_ = queue_watch_ = -1;
+    watched_.clear();
+    no_quit_ = false;
+  }
+
+  void close() {
+    if (fd_ >= 0) ::close(fd_);
+    fd_ = -1;
+  }
+
+  int fd_ = -1;
+  unsigned generation_ = fork_generation();
+  std::string watched_;  // the queue folder watched, empty for none
   int messages_watch_ = -1;
   int queue_watch_ = -1;
+  bool no_quit_ = false;
 };
 
-// <root>/.lock, held with flock while a process creates, opens or closes a queue.
+// <root>/.lock, held with flock while a process creates, opens or closes a
+// queue. The lock file stays open between transitions (QueueRegistry keeps
+// it): opening it is most of a transition's cost.
 class TransitionLock {
  public:
-  explicit TransitionLock(const fs::path& root) {
-    fd_ = open_private_file(root / ".lock", O_RDWR | O_CREAT);
+  explicit TransitionLock(int fd) : fd_(fd) {
     if (fd_ < 0) return;
     while (::flock(fd_, LOCK_EX) != 0 && errno == EINTR) {
     }
   }
   ~TransitionLock() {
-    if (fd_ < 0) return;
-    ::flock(fd_, LOCK_UN);  // explicit: a forked child may share the description
-    ::close(fd_);
+    if (fd_ >= 0) ::flock(fd_, LOCK_UN);
   }
   TransitionLock(const TransitionLock&) = delete;
   TransitionLock& operator=(const TransitionLock&) = delete;
@@ -234,11 +277,10 @@ class QueueRegistry {
     if (root.empty()) return ERR_PROTECTED;
     std::lock_guard guard(mutex_);
     forget_if_forked_locked();
-    TransitionLock transition(root);
+    TransitionLock transition(lock_file_locked(root));
     if (!transition.locked()) return ERR_PROTECTED;
     fs::path dir = root / *key;
-    std::error_code ec;
-    if (fs::is_directory(dir, ec)) {
+    if (folder_identity(dir)) {
       if (has_live_holder(dir)) return ERR_DUPLICATE_MQ;
       holdings_.erase(dir.string());
     }
@@ -252,11 +294,14 @@ class QueueRegistry {
     if (root.empty()) return ERR_PROTECTED;
     std::lock_guard guard(mutex_);
     forget_if_forked_locked();
-    TransitionLock transition(root);
+    TransitionLock transition(lock_file_locked(root));
     if (!transition.locked()) return create_if_missing ? ERR_PROTECTED : ERR_NO_SUCH_MQ;
     fs::path dir = root / *key;
     std::error_code ec;
-    bool live = fs::is_directory(dir, ec) && has_live_holder(dir);
+    // A queue this process holds is live by that holding.
+    auto held = holdings_.find(dir.string());
+    bool live = held != holdings_.end() && held->second.lock ? folder_identity(dir).has_value()
+                                                             : folder_identity(dir) && has_live_holder(dir);
     if (!live) {
       holdings_.erase(dir.string());
       if (!create_if_missing) {
@@ -275,17 +320,17 @@ class QueueRegistry {
     }
     holding.created_unopened = false;  // the creation's hold passes to this handle
     ++holding.handles;
-    *ret_queue = std::make_shared<MessageQueue>(dir, read_quota(dir));
+    *ret_queue = std::make_shared<MessageQueue>(dir, quota_locked(dir), fork_generation());
     return NOERROR;
   }
 
   STATUS close(const MessageQueue& queue) {
     std::lock_guard guard(mutex_);
     forget_if_forked_locked();
-    if (queue.opened_by() != ::getpid()) return NOERROR;  // inherited through fork: the parent holds it
+    if (queue.fork_generation() != fork_generation()) return NOERROR;  // inherited: the parent holds it
     auto found = holdings_.find(queue.directory().string());
     if (found == holdings_.end()) return NOERROR;
-    TransitionLock transition(queue.directory().parent_path());
+    TransitionLock transition(lock_file_locked(queue.directory().parent_path()));
     if (--found->second.handles > 0 || found->second.created_unopened) return NOERROR;
     holdings_.erase(found);  // unlocks and removes our holder file
     std::error_code ec;
@@ -317,17 +362,55 @@ class QueueRegistry {
     return NOERROR;
   }
 
-  // After fork() the child holds nothing: its copies of the parent's locks
-  // were dropped by the lock fork handler.
-  void forget_if_forked_locked() {
-    if (pid_ == ::getpid()) return;
-    holdings_.clear();
-    pid_ = ::getpid();
+  // The device and inode of a queue folder; nothing when there is none.
+  static std::optional<std::pair<dev_t, ino_t>> folder_identity(const fs::path& dir) {
+    struct stat info {};
+    if (::stat(dir.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) return std::nullopt;
+    return std::make_pair(info.st_dev, info.st_ino);
   }
 
+  // The quota file is written once, when the queue is made: it is read once
+  // per queue folder (a queue made anew has a new folder).
+  DWORD quota_locked(const fs::path& dir) {
+    auto identity = folder_identity(dir);
+    if (!identity) return read_quota(dir);
+    auto found = quotas_.find(dir.string());
+    if (found != quotas_.end() && found->second.first == *identity) return found->second.second;
+    if (quotas_.size() >= kMaxRememberedQuotas) quotas_.clear();
+    DWORD quota = read_quota(dir);
+    quotas_[dir.string()] = {*identity, quota};
+    return quota;
+  }
+
+  // <root>/.lock, opened once per root and kept.
+  int lock_file_locked(const fs::path& root) {
+    if (lock_fd_ >= 0 && lock_root_ == root.native()) return lock_fd_;
+    if (lock_fd_ >= 0) ::close(lock_fd_);
+    lock_fd_ = open_private_file(root / ".lock", O_RDWR | O_CREAT);
+    lock_root_ = lock_fd_ >= 0 ? root.native() : std::string();
+    return lock_fd_;
+  }
+
+  // After fork() the child holds nothing: its copies of the parent's locks
+  // were dropped by the lock fork handler. Its copy of the lock file shares
+  // the parent's open description, so it opens its own.
+  void forget_if_forked_locked() {
+    if (generation_ == fork_generation()) return;
+    holdings_.clear();
+    if (lock_fd_ >= 0) ::close(lock_fd_);  // no unlock: that would be the parent's lock
+    lock_fd_ = -1;
+    lock_root_.clear();
+    generation_ = fork_generation();
+  }
+
+  static constexpr size_t kMaxRememberedQuotas = 4096;
+
   std::mutex mutex_;
-  pid_t pid_ = ::getpid();                             // guarded by mutex_
+  unsigned generation_ = fork_generation();            // guarded by mutex_
   std::unordered_map<std::string, Holding> holdings_;  // guarded by mutex_; key: queue folder
+  std::unordered_map<std::string, std::pair<std::pair<dev_t, ino_t>, DWORD>> quotas_;  // guarded by mutex_
+  int lock_fd_ = -1;                                   // guarded by mutex_
+  std::string lock_root_;                              // guarded by mutex_: the root of lock_fd_
 };
 
 }  // namespace
@@ -356,16 +439,18 @@ fs::path queue_root() {
   const fs::path shared = shared_state_root();
   if (shared.empty()) return shared;
   fs::path root = shared / "mq";
+  // Usually there already: one look instead of making it.
+  if (untrusted_folder_reason(root).empty()) return root;
   if (!make_private_folder(root).empty()) return {};
   return root;
 }
 
-MessageQueue::MessageQueue(fs::path directory, DWORD quota)
+MessageQueue::MessageQueue(fs::path directory, DWORD quota, unsigned fork_generation)
     : directory_(std::move(directory)),
       messages_(directory_ / "msgs"),
       quit_flag_(directory_ / "quit"),
       quota_(quota),
-      opened_by_(::getpid()) {}
+      fork_generation_(fork_generation) {}
 
 bool MessageQueue::quit_pending() const { return ::access(quit_flag_.c_str(), F_OK) == 0; }
 
@@ -463,9 +548,18 @@ void set_wait_interrupt(bool (*termination_requested)()) { g_wait_interrupt.stor
 STATUS MessageQueue::get(char* buffer, WORD buffer_length, long long timeout_ms, WORD* ret_length) {
   using Clock = std::chrono::steady_clock;
   const auto deadline = Clock::now() + std::chrono::milliseconds(timeout_ms > 0 ? timeout_ms : 0);
-  std::unique_ptr<ChangeWatch> watch;
+  // A get that may wait watches before it looks, so that no put is missed;
+  // without a watch it sleeps coarsely instead.
+  ThreadWatch* watch = nullptr;
+  if (timeout_ms != 0) {
+    ThreadWatch& current = ThreadWatch::current();
+    if (current.watch(directory_, messages_)) watch = &current;
+  }
   for (;;) {
-    if (quit_pending()) return ERR_MQ_QUITTING;
+    if (watch == nullptr || watch->quit_possible()) {
+      if (quit_pending()) return ERR_MQ_QUITTING;
+      if (watch != nullptr) watch->note_no_quit();
+    }
     bool truncated = false;
     switch (take_first(buffer, buffer_length, ret_length, &truncated)) {
       case Take::kTaken:
@@ -477,10 +571,6 @@ STATUS MessageQueue::get(char* buffer, WORD buffer_length, long long timeout_ms,
         break;
     }
     if (timeout_ms == 0) return ERR_MQ_EMPTY;
-    if (!watch) {  // watch first, then look once more, so no put is missed
-      watch = std::make_unique<ChangeWatch>(directory_, messages_);
-      continue;
-    }
     long long left = -1;
     if (timeout_ms > 0) {
       left = std::chrono::duration_cast<std::chrono::nanoseconds>(deadline - Clock::now()).count();
@@ -490,7 +580,11 @@ STATUS MessageQueue::get(char* buffer, WORD buffer_length, long long timeout_ms,
       if (interrupt()) return ERR_MQ_EMPTY;
       if (left < 0 || left > kInterruptCheckNanoseconds) left = kInterruptCheckNanoseconds;
     }
-    watch->wait(left);
+    if (watch != nullptr) {
+      watch->wait(left);
+    } else {
+      ::usleep(left < 0 || left > 50000000 ? 50000 : static_cast<useconds_t>(left / 1000));
+    }
   }
 }
 

@@ -65,10 +65,12 @@ std::filesystem::path queue_root();
 // One open handle's view of a queue.
 class MessageQueue {
  public:
-  MessageQueue(std::filesystem::path directory, DWORD quota);
+  // `fork_generation`: the process's fork count when it was opened (a
+  // handle inherited through fork() is the parent's).
+  MessageQueue(std::filesystem::path directory, DWORD quota, unsigned fork_generation);
 
   const std::filesystem::path& directory() const { return directory_; }
-  pid_t opened_by() const { return opened_by_; }
+  unsigned fork_generation() const { return fork_generation_; }
 
   STATUS put(WORD priority, const char* bytes, size_t length);
   // timeout_ms < 0: wait forever; 0: do not wait.
@@ -87,7 +89,7 @@ class MessageQueue {
   const std::filesystem::path messages_;
   const std::filesystem::path quit_flag_;
   const DWORD quota_;
-  const pid_t opened_by_;
+  const unsigned fork_generation_;
 
   // Names listed from msgs/ in order and not yet tried. A batch is served
   // before the folder is listed again, so a message put meanwhile (even of a

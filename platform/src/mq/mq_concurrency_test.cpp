@@ -118,6 +118,80 @@ TEST_F(MessageQueueConcurrencyTest, WaitingGetterSeesQuitPutByAnotherProcess) {
   MQClose(queue, 0);
 }
 
+// A thread keeps its watch on a queue between waits: a quit put by another
+// process after an earlier wait still ends the next one at once.
+TEST_F(MessageQueueConcurrencyTest, AQuitPutBetweenTwoWaitsEndsTheSecond) {
+  MQHANDLE queue = NULLHANDLE;
+  ASSERT_EQ(MQOpen("MQ$Task", MQ_OPEN_CREATE, &queue), NOERROR);
+  char buffer[64];
+  WORD length = 0;
+  EXPECT_EQ(MQGet(queue, buffer, sizeof buffer, MQ_WAIT_FOR_MSG, 20, &length), ERR_MQ_EMPTY);
+  Child admin([&] {
+    MQHANDLE child_queue = NULLHANDLE;
+    if (MQOpen("MQ$TASK", 0, &child_queue) != NOERROR) return 1;
+    MQPutQuitMsg(child_queue);
+    return MQClose(child_queue, 0) == NOERROR ? 0 : 2;
+  });
+  ASSERT_EQ(admin.wait(), 0);
+  EXPECT_EQ(MQGet(queue, buffer, sizeof buffer, MQ_WAIT_FOR_MSG, 0, &length), ERR_MQ_QUITTING);
+  EXPECT_EQ(put(queue, "late"), ERR_MQ_QUITTING);
+  MQClose(queue, 0);
+}
+
+// One thread waits on one queue, then another, then the first again, then on
+// a queue made anew under the first one's name: each put wakes it.
+TEST_F(MessageQueueConcurrencyTest, AThreadWaitingOnQueuesInTurnIsWokenOnEach) {
+  MQHANDLE first = NULLHANDLE;
+  MQHANDLE second = NULLHANDLE;
+  ASSERT_EQ(MQOpen("MQ$First", MQ_OPEN_CREATE, &first), NOERROR);
+  ASSERT_EQ(MQOpen("MQ$Second", MQ_OPEN_CREATE, &second), NOERROR);
+  auto woken_by_put = [](MQHANDLE queue, const char* name, const std::string& text) {
+    std::thread putter([&] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(30));  // most likely while the get sleeps
+      MQHANDLE own = NULLHANDLE;
+      if (MQOpen(name, 0, &own) == NOERROR) {
+        put(own, text);
+        MQClose(own, 0);
+      }
+    });
+    char buffer[64];
+    WORD length = 0;
+    const STATUS got = MQGet(queue, buffer, sizeof buffer, MQ_WAIT_FOR_MSG, 30000, &length);
+    putter.join();
+    return got == NOERROR ? std::string(buffer, length) : "status " + std::to_string(got);
+  };
+  EXPECT_EQ(woken_by_put(first, "MQ$First", "one"), "one");
+  EXPECT_EQ(woken_by_put(second, "MQ$Second", "two"), "two");
+  EXPECT_EQ(woken_by_put(first, "MQ$First", "three"), "three");
+  ASSERT_EQ(MQClose(first, 0), NOERROR);  // the last handle: the queue goes
+  ASSERT_EQ(MQOpen("MQ$First", MQ_OPEN_CREATE, &first), NOERROR);
+  EXPECT_EQ(woken_by_put(first, "MQ$First", "four"), "four");
+  MQClose(first, 0);
+  MQClose(second, 0);
+}
+
+// Several threads wait on one queue at once: a put wakes one of them for
+// each message, none sleeps through a message meant for it.
+TEST_F(MessageQueueConcurrencyTest, EveryWaitingThreadGetsAMessage) {
+  constexpr int kWaiters = 4;
+  MQHANDLE queue = NULLHANDLE;
+  ASSERT_EQ(MQOpen("MQ$Pool", MQ_OPEN_CREATE, &queue), NOERROR);
+  std::atomic<int> taken{0};
+  std::vector<std::thread> waiters;
+  for (int i = 0; i < kWaiters; ++i) {
+    waiters.emplace_back([&] {
+      char buffer[16];
+      WORD length = 0;
+      if (MQGet(queue, buffer, sizeof buffer, MQ_WAIT_FOR_MSG, 30000, &length) == NOERROR) ++taken;
+    });
+  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(30));  // most likely all asleep by now
+  for (int i = 0; i < kWaiters; ++i) ASSERT_EQ(put(queue, std::to_string(i)), NOERROR);
+  for (auto& waiter : waiters) waiter.join();
+  EXPECT_EQ(taken.load(), kWaiters);
+  MQClose(queue, 0);
+}
+
 TEST_F(MessageQueueConcurrencyTest, KilledHolderDoesNotBlockTheNextCreate) {
   Signal created;
   Child task([&] {

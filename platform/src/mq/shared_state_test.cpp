@@ -53,6 +53,7 @@ class CapturedLog : public tarnwick::rt::ServerLogStore {
   }
   STATUS read(size_t, std::vector<tarnwick::rt::ServerLogLine>*) override { return ERR_NOT_SUPPORTED; }
   std::string text() {
+    tarnwick::rt::flush_server_log();
     std::lock_guard lock(mutex_);
     return text_;
   }

@@ -4,9 +4,11 @@
 
 #include <fcntl.h>
 #include <pthread.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
@@ -143,6 +145,21 @@ STATUS write_schema(Connection& connection, const CreateOptions& options) {
   return NOERROR;
 }
 
+}  // namespace
+
+size_t max_idle_connections() {
+  static const size_t limit = [] {
+    constexpr size_t kFewest = 64;
+    constexpr size_t kMost = 1024;
+    rlimit files{};
+    if (::getrlimit(RLIMIT_NOFILE, &files) != 0 || files.rlim_cur == RLIM_INFINITY) return kFewest;
+    return std::clamp<size_t>(static_cast<size_t>(files.rlim_cur / 8), kFewest, kMost);
+  }();
+  return limit;
+}
+
+namespace {
+
 class ConnectionPool {
  public:
   // A pooled connection for the file with this identity, or nullptr.
@@ -175,7 +192,7 @@ class ConnectionPool {
       std::lock_guard lock(mutex_);
       idle_[connection->path()].push_back(Idle{std::move(connection), ++clock_});
       ++idle_count_;
-      if (idle_count_ > kMaxIdleConnections) evicted = evict_oldest_locked();
+      if (idle_count_ > max_idle_connections()) evicted = evict_oldest_locked();
     }
   }
 

@@ -17,7 +17,7 @@
 //
 // Pool: opening a SQLite connection costs far more than a query on an open
 // one, so connections of closed database handles are kept (up to
-// kMaxIdleConnections in the process) and handed to the next open of the
+// max_idle_connections() in the process) and handed to the next open of the
 // same file. A pooled connection is used only if the path still names the
 // same file (device and inode). The pool is thread-safe; after fork() the
 // child starts with an empty pool (connections must not cross a fork).
@@ -34,7 +34,12 @@ namespace tarnwick::rt::store {
 
 constexpr int kSchemaVersion = 1;
 constexpr int kApplicationId = 0x54574E4B;  // "TWNK"
-constexpr size_t kMaxIdleConnections = 64;
+
+// How many idle connections the pool keeps: an eighth of the files the
+// process may have open (a connection in WAL mode keeps three: database,
+// WAL and shared memory), at least 64 and at most 1024, so that a request
+// that reads a hundred mail files finds them all pooled.
+size_t max_idle_connections();
 
 struct CreateOptions {
   WORD db_class = 0;        // DBCLASS_NOTEFILE or DBCLASS_TEMPLATEFILE

@@ -114,8 +114,11 @@ TEST_F(ServersTest, PathsOutsideTheServersDirectoriesDoNotExist) {
   }
   EXPECT_FALSE(fs::exists(root_ / "mail" / ".." / "stolen.nsf"));
 
-  // Inside, every spelling still works, an absolute one too.
+  // Inside, every spelling still works, an absolute one too, and a link
+  // that stays inside the data directory.
+  fs::create_directory_symlink(data_ / "mail", data_ / "alias");
   for (const std::string& path : {std::string("mail/jdoe.nsf"), (data_ / "mail" / "jdoe.nsf").string(),
+                                  std::string("alias/jdoe.nsf"),
                                   std::string("mail/./x/../jdoe.nsf"), std::string("Mail2/Org!!mail/jdoe.nsf")}) {
     DBHANDLE db = NULLHANDLE;
     EXPECT_EQ(NSFDbOpen(path.c_str(), &db), NOERROR) << path;

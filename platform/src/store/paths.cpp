@@ -1,6 +1,9 @@
 // Database paths to files, and network paths (netpath.h, paths.h).
 #include "store/paths.h"
 
+#include <sys/stat.h>
+
+#include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <string>
@@ -112,19 +115,47 @@ void copy_out(std::string_view text, char* out) {
   out[length] = '\0';
 }
 
+bool contains(const std::filesystem::path& outer, const std::filesystem::path& inner) {
+  auto o = outer.begin();
+  auto i = inner.begin();
+  for (; o != outer.end(); ++o, ++i) {
+    if (o->empty()) continue;  // a trailing separator
+    if (i == inner.end() || *o != *i) return false;
+  }
+  return true;
+}
+
+enum class Links { kNone, kSome };
+
+// Whether any existing part of `inner` below `outer` (which lexically
+// contains it) is a link; kSome also when a part cannot be examined.
+Links links_below(const std::filesystem::path& outer, const std::filesystem::path& inner) {
+  auto o = outer.begin();
+  auto i = inner.begin();
+  for (; o != outer.end(); ++o) {
+    if (!o->empty()) ++i;
+  }
+  std::string prefix = outer.string();
+  for (; i != inner.end(); ++i) {
+    if (i->empty()) continue;
+    if (prefix.empty() || prefix.back() != '/') prefix += '/';
+    prefix += i->native();
+    struct stat info {};
+    if (::lstat(prefix.c_str(), &info) != 0) return errno == ENOENT ? Links::kNone : Links::kSome;
+    if (S_ISLNK(info.st_mode)) return Links::kSome;
+  }
+  return Links::kNone;
+}
+
 // Whether `path` lies inside `folder` (or is the folder itself), by name and,
-// for the parts that exist, after links are followed.
+// for the parts that exist, after links are followed. Without a link below
+// the folder the path is inside it wherever the folder itself leads, so
+// only paths through a link pay for resolving every part.
 bool is_inside(const std::filesystem::path& path, const std::filesystem::path& folder) {
-  auto contains = [](const std::filesystem::path& outer, const std::filesystem::path& inner) {
-    auto o = outer.begin();
-    auto i = inner.begin();
-    for (; o != outer.end(); ++o, ++i) {
-      if (o->empty()) continue;  // a trailing separator
-      if (i == inner.end() || *o != *i) return false;
-    }
-    return true;
-  };
-  if (!contains(folder.lexically_normal(), path.lexically_normal())) return false;
+  const std::filesystem::path normal_folder = folder.lexically_normal();
+  const std::filesystem::path normal_path = path.lexically_normal();
+  if (!contains(normal_folder, normal_path)) return false;
+  if (links_below(normal_folder, normal_path) == Links::kNone) return true;
   std::error_code ec;
   const std::filesystem::path real_folder = std::filesystem::weakly_canonical(folder, ec);
   if (ec) return false;
