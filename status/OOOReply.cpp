@@ -10,6 +10,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -212,7 +213,8 @@ void IPOOO::appendUserState(ReplyDocument& reply, DOMElement* root, bool withPro
                             const std::string& userText) {
   INTLFORMAT intl{};
   OSGetIntlSettings(&intl, sizeof intl);
-  XMLStringTranslate utf8("utf-8");
+  std::unique_ptr<XMLStringTranslate> ownConverter;
+  XMLStringTranslate& utf8 = spareUtf8(ownConverter);
   UserAttributes user(reply, root, utf8);
   setStateAttributes(user, *this);
   setDateAttributes(user, *this);
