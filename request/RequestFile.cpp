@@ -140,17 +140,18 @@ RequestFile RequestFile::open(const std::string& path, const RequestFilePolicy& 
   // with its links resolved (a front end may use either form).
   std::vector<std::string> below;
   std::string folder;
-  for (const std::string& allowed : policy.folders) {
+  // The resolved form is looked up only when the configured one does not
+  // hold the path.
+  auto holds = [&](const std::string& form) {
     std::vector<std::string> folderParts;
+    if (form.empty() || !partsOf(fs::path(form), folderParts) || !partsBelow(parts, folderParts, below)) return false;
+    folder = form;
+    return true;
+  };
+  for (const std::string& allowed : policy.folders) {
+    if (holds(allowed)) break;
     char real[PATH_MAX];
-    for (const std::string& form : {allowed, std::string(::realpath(allowed.c_str(), real) ? real : "")}) {
-      if (form.empty() || !partsOf(fs::path(form), folderParts)) continue;
-      if (partsBelow(parts, folderParts, below)) {
-        folder = form;
-        break;
-      }
-    }
-    if (!folder.empty()) break;
+    if (::realpath(allowed.c_str(), real) != nullptr && holds(real)) break;
   }
   if (folder.empty()) return RequestFile(path, Refusal::OutsideFolders);
 

@@ -190,6 +190,7 @@ class TaskHost {
   STATUS status_ = NOERROR;
   long workers_ = 0;  // OOOWorkers; 0 = one message a second
   std::shared_ptr<WorkerPool> pool_;
+  ServerSettingsCache settings_;
   RequestThreadRecord record_{};
 };
 
@@ -255,9 +256,10 @@ bool TaskHost::receiveMessage() {
   std::string serverURL;
   std::string installIOSText;
   std::string connectParams;
-  // Read anew for every message, so that an edit of the settings takes
-  // effect with the next request.
-  _get_server_setting(serverUserName_, directory_, serverURL, installIOSText, connectParams);
+  // Read for every message, so that an edit of the settings takes effect
+  // with the next request (the cache reads the document again only after a
+  // change of the application database).
+  settings_.read(serverUserName_, directory_, serverURL, installIOSText, connectParams);
   fillRecord(record_, length, directory_, serverURL, installIOSText, connectParams, buildVersion_);
   return true;
 }
