@@ -7,13 +7,16 @@
 
 // The page goes through the request file the frame opened and checked, so a
 // path swapped since then changes nothing; the file is private (0600) once
-// opened and emptied before the page is written in one write.
+// opened, and the page replaces its content in one write.
 std::string& IPOOO::writeRequestPage(const std::string& path, const std::string& page) {
   errorText = "OK";
   RequestFile& file = openRequestFile(path);
   // The front end reads the page once the reply comes; a file that cannot
   // take it is reported, whatever part of it was written.
-  if (!file.isOpen() || !file.empty() || !file.write(page)) errorText = "Fail Open xml file (" + path + ")";
+  if (!file.writable() || !file.replace(page)) {
+    file.empty();  // a page that could not be written leaves no part of it behind
+    errorText = "Fail Open xml file (" + path + ")";
+  }
   return errorText;
 }
 

@@ -5,32 +5,18 @@
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/XMLException.hpp>
 
-#include <mutex>
 
 #include "dname.h"
 #include "mq.h"
 #include "nsfdb.h"
 #include "nsfnote.h"
 #include "osmisc.h"
+#include "request/RequestTools.h"
 #include "request/TaskLog.h"
 
 using namespace xercesc;
 
 namespace {
-
-// The toolkit counts its initialisations, but the count itself is not
-// guarded; contexts are built and destroyed on many threads at once, so the
-// calls are serialised here.
-std::mutex& toolkitMutex() {
-  static std::mutex mutex;
-  return mutex;
-}
-
-void logToolkitError(const char* what, const XMLException& e) {
-  char* message = XMLString::transcode(e.getMessage());
-  taskLog(std::string(what) + "(" + (message ? message : "") + ")");
-  XMLString::release(&message);
-}
 
 // The request actions of plain requests, by Action. An entry without an
 // operation is an action this task cannot carry out yet (the query, the set
@@ -64,30 +50,41 @@ std::string formatLine(const char* format, const char* first, const char* second
 }  // namespace
 
 IPOOO::IPOOO() {
-  {
-    std::lock_guard lock(toolkitMutex());
-    try {
-      XMLPlatformUtils::Initialize(XMLUni::fgXercescDefaultLocale);
-    } catch (const XMLException& e) {
-      logToolkitError("XML toolkit initialization error", e);
-    }
-  }
+  takeToolkitUse();
   translator = new XMLStringTranslate("utf-8");
   parser = new XercesDOMParser();
   reset(1);
 }
 
+IPOOO::IPOOO(RequestTools& tools) : borrowed_(&tools) {
+  translator = &tools.translator();
+  parser = &tools.parser();
+  reset(1);
+}
+
 IPOOO::~IPOOO() {
-  try {
-    delete parser;
-    parser = nullptr;
-    delete translator;
-    translator = nullptr;
-    std::lock_guard lock(toolkitMutex());
-    XMLPlatformUtils::Terminate();
-  } catch (const XMLException& e) {
-    logToolkitError("XML toolkit terminate error", e);
+  if (borrowed_ != nullptr) {
+    // The parsed request goes with the request, as with a parser of its own.
+    parser->resetDocumentPool();
+    return;
   }
+  delete parser;
+  parser = nullptr;
+  delete translator;
+  translator = nullptr;
+  giveBackToolkitUse();
+}
+
+XMLStringTranslate& IPOOO::spareUtf8(std::unique_ptr<XMLStringTranslate>& own) {
+  if (borrowed_ != nullptr) return borrowed_->utf8();
+  own = std::make_unique<XMLStringTranslate>("utf-8");
+  return *own;
+}
+
+std::string IPOOO::utf8Of(const XMLCh* text) {
+  if (borrowed_ != nullptr) return borrowed_->utf8().translate(text);
+  XMLStringTranslate own("UTF-8");
+  return own.translate(text);
 }
 
 void IPOOO::reset(int clearRequest) {

@@ -19,7 +19,8 @@
 //
 // Threads: a context belongs to one thread. Constructing one takes a use of
 // the XML toolkit (initialising it on the first use in the process) and
-// destroying it gives that use back (terminating the toolkit with the last).
+// destroying it gives that use back (terminating the toolkit with the last);
+// a context built on a worker's RequestTools uses theirs instead.
 #ifndef TARNWICK_REQUEST_IPOOO_H
 #define TARNWICK_REQUEST_IPOOO_H
 
@@ -27,6 +28,7 @@
 #include <xercesc/dom/DOMNode.hpp>
 #include <xercesc/parsers/XercesDOMParser.hpp>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -39,10 +41,14 @@
 #include "status/OOOUserInfo.h"
 
 class ReplyDocument;
+class RequestTools;
 
 class IPOOO {
  public:
   IPOOO();
+  // A context that works with tools lent by its worker thread instead of
+  // building its own; it must end before tools does.
+  explicit IPOOO(RequestTools& tools);
   virtual ~IPOOO();
   IPOOO(const IPOOO&) = delete;
   IPOOO& operator=(const IPOOO&) = delete;
@@ -218,6 +224,13 @@ class IPOOO {
   std::string& getRequestMobileInstallIOS(std::string& path, char* directory, std::string& reservedText,
                                           std::string& serverURL, std::string& installIOSText);
 
+  // The UTF-8 form of a toolkit text (null gives ""), through a converter
+  // that is not the context's own.
+  std::string utf8Of(const XMLCh* text);
+  // A UTF-8 converter that is not the context's own: the worker's, else one
+  // made into own.
+  XMLStringTranslate& spareUtf8(std::unique_ptr<XMLStringTranslate>& own);
+
   // --- Tools and handles -------------------------------------------------
   XMLStringTranslate* translator = nullptr;    // made for "utf-8"
   xercesc::XercesDOMParser* parser = nullptr;  // parses the request document
@@ -303,6 +316,7 @@ class IPOOO {
   static constexpr WORD kActionUserStatus = 3;
 
  private:
+  RequestTools* borrowed_ = nullptr;  // the worker's tools, when lent
   // Runs a page builder and sends its result; see processRequestMsg.
   using PageBuilder = std::string& (IPOOO::*)(std::string& path, char* directory, std::string& reservedText,
                                              std::string& serverURL, std::string& extra);

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -117,6 +118,7 @@ RequestFile& RequestFile::operator=(RequestFile&& other) noexcept {
     path_ = std::move(other.path_);
     fd_ = std::exchange(other.fd_, -1);
     maxBytes_ = other.maxBytes_;
+    writable_ = other.writable_;
     refusal_ = other.refusal_;
     detail_ = std::move(other.detail_);
   }
@@ -138,17 +140,18 @@ RequestFile RequestFile::open(const std::string& path, const RequestFilePolicy& 
   // with its links resolved (a front end may use either form).
   std::vector<std::string> below;
   std::string folder;
-  for (const std::string& allowed : policy.folders) {
+  // The resolved form is looked up only when the configured one does not
+  // hold the path.
+  auto holds = [&](const std::string& form) {
     std::vector<std::string> folderParts;
+    if (form.empty() || !partsOf(fs::path(form), folderParts) || !partsBelow(parts, folderParts, below)) return false;
+    folder = form;
+    return true;
+  };
+  for (const std::string& allowed : policy.folders) {
+    if (holds(allowed)) break;
     char real[PATH_MAX];
-    for (const std::string& form : {allowed, std::string(::realpath(allowed.c_str(), real) ? real : "")}) {
-      if (form.empty() || !partsOf(fs::path(form), folderParts)) continue;
-      if (partsBelow(parts, folderParts, below)) {
-        folder = form;
-        break;
-      }
-    }
-    if (!folder.empty()) break;
+    if (::realpath(allowed.c_str(), real) != nullptr && holds(real)) break;
   }
   if (folder.empty()) return RequestFile(path, Refusal::OutsideFolders);
 
@@ -187,6 +190,7 @@ RequestFile RequestFile::open(const std::string& path, const RequestFilePolicy& 
   }
   constexpr int kFlags = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
   Descriptor opened(::openat(directory.get(), name, O_RDWR | kFlags));
+  file.writable_ = opened.get() >= 0;
   if (opened.get() < 0 && (errno == EACCES || errno == EROFS || errno == EPERM)) {
     opened.reset(::openat(directory.get(), name, O_RDONLY | kFlags));  // readable: the reply will fail
   }
@@ -246,10 +250,16 @@ std::string RequestFile::refusalText() const {
 bool RequestFile::read(std::string& content) {
   content.clear();
   if (fd_ < 0) return false;
-  // One byte beyond the limit tells a file that has grown since it was opened.
-  content.resize(maxBytes_ + 1);
+  // One byte beyond the limit tells a file that has grown since it was
+  // opened. The buffer starts at the file's present size (and one byte for
+  // the end) and grows only for a file that is being written meanwhile.
+  const size_t limit = maxBytes_ + 1;
+  struct stat info {};
+  const size_t expected = ::fstat(fd_, &info) == 0 && info.st_size >= 0 ? static_cast<size_t>(info.st_size) : 0;
+  content.resize(std::min(limit, expected + 1));
   size_t total = 0;
-  while (total < content.size()) {
+  while (total < limit) {
+    if (total == content.size()) content.resize(std::min(limit, content.size() * 2));
     ssize_t n = ::pread(fd_, content.data() + total, content.size() - total, static_cast<off_t>(total));
     if (n < 0) {
       if (errno == EINTR) continue;
@@ -271,6 +281,18 @@ bool RequestFile::read(std::string& content) {
 }
 
 bool RequestFile::empty() { return fd_ >= 0 && ::ftruncate(fd_, 0) == 0; }
+
+// One write over the old content; the file is cut only where the old
+// content was longer. Written at once, the reply never leaves the file
+// empty in between, and the file system need not give back and take again
+// the blocks of a file that keeps its size.
+bool RequestFile::replace(std::string_view text) {
+  if (!write(text)) return false;
+  struct stat info {};
+  if (::fstat(fd_, &info) != 0) return false;
+  if (static_cast<unsigned long long>(info.st_size) <= text.size()) return true;
+  return ::ftruncate(fd_, static_cast<off_t>(text.size())) == 0;
+}
 
 bool RequestFile::write(std::string_view text) {
   if (fd_ < 0) return false;

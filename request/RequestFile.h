@@ -17,7 +17,7 @@
 // private (0600) when it is opened.
 //
 // Anything that writes over a request file (replies, pages) goes through
-// an open RequestFile: open(), then empty() and write().
+// an open RequestFile: open(), then replace() (or empty() and write()).
 //
 // A refused path is what a missing file is to the frames: no reply.
 // One object belongs to one thread.
@@ -81,6 +81,12 @@ class RequestFile {
   bool empty();
   // Writes text at the start of the file (after empty(): the whole file).
   bool write(std::string_view text);
+  // Whether the file was opened for writing (a file the task may only read
+  // is answered with a failed reply).
+  bool writable() const { return fd_ >= 0 && writable_; }
+  // Makes text the whole content of the file: written over the old content,
+  // then the file cut at its end where it was longer.
+  bool replace(std::string_view text);
 
   void close();
 
@@ -90,6 +96,7 @@ class RequestFile {
   std::string path_;
   int fd_ = -1;
   size_t maxBytes_ = 0;
+  bool writable_ = false;
   Refusal refusal_ = Refusal::Missing;
   std::string detail_;  // system error text of Unreadable
 };

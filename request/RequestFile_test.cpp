@@ -126,6 +126,35 @@ TEST_F(RequestFileTest, ReadAndWriteReachTheFileThatWasChecked) {
   EXPECT_EQ(contentOf(spool() / "moved.xml"), "ok");
 }
 
+// A reply replaces the content in one write: the file ends exactly where
+// the new content does, whether the old one was longer or shorter. A file
+// that grows after it was opened is read whole (up to the limit).
+TEST_F(RequestFileTest, ReplaceLeavesExactlyTheNewContent) {
+  const fs::path path = write(spool() / "r.xml", "<request with='a long attribute'/>");
+  RequestFile file = RequestFile::open(path.string(), policy_);
+  ASSERT_TRUE(file.writable());
+  ASSERT_TRUE(file.replace("<reply/>"));
+  EXPECT_EQ(contentOf(path), "<reply/>");
+  ASSERT_TRUE(file.replace("<a much longer reply than before/>"));
+  EXPECT_EQ(contentOf(path), "<a much longer reply than before/>");
+  ASSERT_TRUE(file.replace("ok"));
+  EXPECT_EQ(contentOf(path), "ok");
+
+  const std::string grown(5000, 'x');
+  std::ofstream(path, std::ios::binary | std::ios::app) << grown;
+  std::string content;
+  ASSERT_TRUE(file.read(content));
+  EXPECT_EQ(content, "ok" + grown);
+
+  ::chmod(path.c_str(), 0400);
+  if (::geteuid() != 0) {
+    RequestFile readOnly = RequestFile::open(path.string(), policy_);
+    ASSERT_TRUE(readOnly.isOpen());
+    EXPECT_FALSE(readOnly.writable());
+    EXPECT_FALSE(readOnly.replace("no"));
+  }
+}
+
 TEST_F(RequestFileTest, PolicyComesFromTheDataDirectoryAndNotesIni) {
   const fs::path data = dir_ / "data";
   auto load = [&](const std::string& lines) {

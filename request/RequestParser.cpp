@@ -157,11 +157,6 @@ std::string toolkitMessage(const XMLCh* message) {
   return result;
 }
 
-std::string utf8Of(const XMLCh* text) {
-  XMLStringTranslate translator("UTF-8");
-  return translator.translate(text);
-}
-
 // A mail file named without its ".nsf" (in any case) gets it.
 void appendDatabaseSuffix(std::string& mailFile) {
   constexpr char kSuffix[] = ".nsf";

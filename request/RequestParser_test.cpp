@@ -3,12 +3,14 @@
 
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <string>
 #include <utility>
 
 #include "osenv.h"
 #include "ostime.h"
 #include "request/IPOOO.h"
+#include "request/RequestTools.h"
 
 namespace {
 
@@ -205,6 +207,47 @@ TEST_F(RequestParserTest, ExternalEntitiesAreNotFetched) {
   parse("<!DOCTYPE r [<!ENTITY s SYSTEM '" + (dir_ / "spool" / "secret.txt").string() +
         "'>]><r><Username MQName='q'>a&s;b</Username></r>");
   EXPECT_EQ(context_.Username.find("secret"), std::string::npos);
+}
+
+// Contexts of one worker share its tools in turn: each request is parsed
+// as by a context of its own, whatever the request before it was (a
+// document type of its own, a broken document, long texts).
+TEST_F(RequestParserTest, ContextsOnSharedToolsParseAsContextsOfTheirOwn) {
+  RequestTools tools;
+  auto parsed = [&](const std::string& xml, std::string& failureText) {
+    auto context = std::make_unique<IPOOO>(tools);
+    std::string path = (dir_ / "spool" / "shared.xml").string();
+    std::ofstream(path) << xml;
+    failureText.clear();
+    try {
+      context->xmlParser(path);
+    } catch (const IPException& e) {
+      failureText = e.show();
+    }
+    return context;
+  };
+  std::string failed;
+  const std::string longSubject(20000, 's');
+  auto first = parsed("<!DOCTYPE r [<!ATTLIST Username Action CDATA '2'>]><r><Username MQName='q1' LoginName='L\u00e9'"
+                      " Subject='" + longSubject + "'>Jane</Username></r>", failed);
+  EXPECT_EQ(failed, "");
+  EXPECT_EQ(first->Action, 2) << "the default of the document's own type";
+  EXPECT_EQ(first->Subject, longSubject);
+  EXPECT_EQ(first->Username, "Jane");
+  first.reset();
+
+  auto broken = parsed("<r><Username MQName='q2'>x</Username><broken", failed);
+  EXPECT_EQ(broken->MQName, "q2");  // the parse stopped at the break
+  broken.reset();
+
+  auto plain = parsed("<r><Username MQName='q3'>Wei</Username></r>", failed);
+  EXPECT_EQ(failed, "");
+  EXPECT_EQ(plain->Action, 0) << "no default carried over from an earlier document type";
+  EXPECT_EQ(plain->Subject, "");
+  EXPECT_EQ(plain->LoginName, "");
+  EXPECT_EQ(plain->Username, "Wei");
+  EXPECT_EQ(plain->MQName, "q3");
+  EXPECT_EQ(plain->utf8Of(u"\u00e9t\u00e9"), "\xC3\xA9t\xC3\xA9");
 }
 
 }  // namespace

@@ -90,6 +90,7 @@ XMLStringTranslate::XMLStringTranslate(const char* encoding) {
   encodingName_ = XMLString::transcode(encoding);
   formatter_ = new XMLFormatter(encodingName_, this, XMLFormatter::NoEscapes, XMLFormatter::UnRep_CharRef);
   wideBuffer_ = new XMLCh[kWideChars + 1];
+  charSizes_ = new unsigned char[kWideChars];
   clearbuffer();
   wideBuffer_[kWideChars] = 0;
 }
@@ -99,6 +100,7 @@ XMLStringTranslate::~XMLStringTranslate() {
   XMLString::release(&encodingName_);
   delete[] byteResult_;
   delete[] wideBuffer_;
+  delete[] charSizes_;
 }
 
 // The formatter hands over its output in pieces of at most its buffer size;
@@ -124,25 +126,33 @@ void XMLStringTranslate::clearbuffer() {
   if (wideBuffer_ != nullptr) std::memset(wideBuffer_, 0, kWideChars * sizeof(XMLCh));
 }
 
+// The byte array is kept from text to text (only its length starts again),
+// so that translating many short texts allocates once; one grown large by a
+// long text is given back.
 std::string XMLStringTranslate::translate(const XMLCh* text) {
-  delete[] byteResult_;
-  byteResult_ = nullptr;
+  constexpr size_t kKeptCapacity = 64 * 1024;
+  if (byteCapacity_ > kKeptCapacity) {
+    delete[] byteResult_;
+    byteResult_ = nullptr;
+    byteCapacity_ = 0;
+  }
   byteLength_ = 0;
-  byteCapacity_ = 0;
   if (text != nullptr && *text != 0) formatter_->formatBuf(text, XMLString::stringLen(text));
-  return byteResult_ == nullptr ? std::string() : std::string(byteResult_, byteLength_);
+  return byteLength_ == 0 ? std::string() : std::string(byteResult_, byteLength_);
 }
 
 const XMLCh* XMLStringTranslate::translate(const char* text) {
   if (text == nullptr || *text == '\0') return kEmptyText;
-  clearbuffer();
   const size_t length = std::strlen(text);
-  std::vector<unsigned char> charSizes(kWideChars);
+  // Every character takes at least one byte, so a text of fewer bytes than
+  // the buffer has characters needs no more room than its length; the
+  // buffer is terminated after what was converted, not cleared first.
+  const size_t room = std::min(length, kWideChars);
   XMLSize_t bytesEaten = 0;
   XMLSize_t count = 0;
   try {
     count = formatter_->getTranscoder()->transcodeFrom(reinterpret_cast<const XMLByte*>(text), length, wideBuffer_,
-                                                       kWideChars, bytesEaten, charSizes.data());
+                                                       room, bytesEaten, charSizes_);
   } catch (const XMLException&) {
     roundTripFailed();  // not valid in the encoding
   }

@@ -63,6 +63,7 @@ class XMLStringTranslate : public xercesc::XMLFormatTarget {
   xercesc::XMLFormatter* formatter_ = nullptr;
   XMLCh* encodingName_ = nullptr;
   XMLCh* wideBuffer_ = nullptr;  // kWideChars + 1, so a full buffer stays terminated
+  unsigned char* charSizes_ = nullptr;  // kWideChars, the transcoder's working space
   char* byteResult_ = nullptr;   // last formatted text, zero-terminated
   size_t byteLength_ = 0;
   size_t byteCapacity_ = 0;

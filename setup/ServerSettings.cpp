@@ -180,21 +180,71 @@ NOTEHANDLE _get_setup_document(DBHANDLE db, const char* serverName) {
   return note;
 }
 
-void _get_server_setting(const std::string& serverName, const char* directory, std::string& serverURL,
-                         std::string& installIOSText, std::string& connectParams) {
+namespace {
+
+// The three settings from the settings document of serverName in the open
+// application database; false when the document cannot be had.
+bool readSettings(DBHANDLE db, const std::string& serverName, std::string& serverURL, std::string& installIOSText,
+                  std::string& connectParams) {
   const size_t bufferSize = kInstallTextLimit + 1;
   std::unique_ptr<char[]> buffer(new (std::nothrow) char[bufferSize]());
-  if (!buffer) return;
-  DBHANDLE db = NULLHANDLE;
-  if (NSFDbOpen(applicationDatabasePath(directory).c_str(), &db) != NOERROR) return;
+  if (!buffer) return false;
   NOTEHANDLE note = _get_setup_document(db, serverName.c_str());
-  if (note == NULLHANDLE) {
-    NSFDbClose(db);
-    return;
-  }
+  if (note == NULLHANDLE) return false;
   serverURL = itemText(note, "serverURL");
   connectParams = appParameterString(appSettingValues(note));
   installIOSText = installIOSWithLinks(installText(note, buffer.get(), bufferSize), connectParams);
   NSFNoteClose(note);
+  return true;
+}
+
+bool sameTime(const TIMEDATE& a, const TIMEDATE& b) { return a.Innards[0] == b.Innards[0] && a.Innards[1] == b.Innards[1]; }
+
+}  // namespace
+
+void _get_server_setting(const std::string& serverName, const char* directory, std::string& serverURL,
+                         std::string& installIOSText, std::string& connectParams) {
+  DBHANDLE db = NULLHANDLE;
+  if (NSFDbOpen(applicationDatabasePath(directory).c_str(), &db) != NOERROR) return;
+  readSettings(db, serverName, serverURL, installIOSText, connectParams);
+  NSFDbClose(db);
+}
+
+bool ServerSettingsCache::Stamp::operator==(const Stamp& other) const {
+  return sameTime(data, other.data) && sameTime(nonData, other.nonData);
+}
+
+void ServerSettingsCache::read(const std::string& serverName, const char* directory, std::string& serverURL,
+                               std::string& installIOSText, std::string& connectParams) {
+  const std::string path = applicationDatabasePath(directory);
+  DBHANDLE db = NULLHANDLE;
+  if (NSFDbOpen(path.c_str(), &db) != NOERROR) {
+    valid_ = false;
+    return;
+  }
+  Stamp before;
+  const bool stamped = NSFDbModifiedTime(db, &before.data, &before.nonData) == NOERROR;
+  if (stamped && valid_ && path == path_ && serverName == serverName_ && before == stamp_) {
+    serverURL = serverURL_;
+    installIOSText = installIOSText_;
+    connectParams = connectParams_;
+    NSFDbClose(db);
+    return;
+  }
+  valid_ = false;
+  const bool read = readSettings(db, serverName, serverURL, installIOSText, connectParams);
+  // Kept only when nothing changed the database while it was read (this
+  // read's own completion of the document included): every change after
+  // the stamp then gives the database a later one.
+  Stamp after;
+  if (read && stamped && NSFDbModifiedTime(db, &after.data, &after.nonData) == NOERROR && after == before) {
+    valid_ = true;
+    stamp_ = before;
+    path_ = path;
+    serverName_ = serverName;
+    serverURL_ = serverURL;
+    installIOSText_ = installIOSText;
+    connectParams_ = connectParams;
+  }
   NSFDbClose(db);
 }

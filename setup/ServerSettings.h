@@ -41,4 +41,30 @@ STATUS update_field(NOTEHANDLE note, const char* itemName, const char* value, in
 void _get_server_setting(const std::string& serverName, const char* directory, std::string& serverURL,
                          std::string& installIOSText, std::string& connectParams);
 
+// _get_server_setting for a caller that reads the settings for every
+// request: the settings document is read again only when the application
+// database has changed since the last read (its data or design modified
+// time differs; every change, by any process, gives it a later one), else
+// the values of that read are given. The outputs are as those of
+// _get_server_setting. One object belongs to one thread.
+class ServerSettingsCache {
+ public:
+  void read(const std::string& serverName, const char* directory, std::string& serverURL,
+            std::string& installIOSText, std::string& connectParams);
+
+ private:
+  struct Stamp {
+    TIMEDATE data{};
+    TIMEDATE nonData{};
+    bool operator==(const Stamp& other) const;
+  };
+  bool valid_ = false;
+  Stamp stamp_;
+  std::string path_;
+  std::string serverName_;
+  std::string serverURL_;
+  std::string installIOSText_;
+  std::string connectParams_;
+};
+
 #endif  // TARNWICK_SETUP_SERVERSETTINGS_H

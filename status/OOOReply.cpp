@@ -10,6 +10,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -74,8 +75,9 @@ void reportingToolkitFailures(Step step) {
 
 // A new User element and its attributes, set in the order given. Texts of
 // the context go through the UTF-8 translator; fixed flags and numbers are
-// transcoded directly. Each attribute places User under the root again,
-// which leaves it the root's last child.
+// transcoded directly. The first attribute places User under the root as
+// its last child (nothing else is added to the root meanwhile, so it stays
+// the last), which is where a failure part way leaves it.
 class UserAttributes {
  public:
   UserAttributes(ReplyDocument& reply, DOMElement* root, XMLStringTranslate& utf8)
@@ -83,11 +85,11 @@ class UserAttributes {
 
   void text(const char* name, const std::string& value) {
     reply_.setAttribute(user_, XStr(name).unicodeForm(), utf8_.translate(value.c_str()));
-    root_->appendChild(user_);
+    place();
   }
   void plain(const char* name, const std::string& value) {
     reply_.setAttribute(user_, XStr(name).unicodeForm(), XStr(value.c_str()).unicodeForm());
-    root_->appendChild(user_);
+    place();
   }
   void flag(const char* name, int on) { plain(name, on != 0 ? "1" : "0"); }
   void optional(const char* name, const std::string& value) {
@@ -118,10 +120,17 @@ class UserAttributes {
   }
 
  private:
+  void place() {
+    if (placed_) return;
+    root_->appendChild(user_);
+    placed_ = true;
+  }
+
   ReplyDocument& reply_;
   DOMElement* root_;
   DOMElement* user_;
   XMLStringTranslate& utf8_;
+  bool placed_ = false;
 };
 
 // Subject, message, mode, on/off state and the options.
@@ -212,7 +221,8 @@ void IPOOO::appendUserState(ReplyDocument& reply, DOMElement* root, bool withPro
                             const std::string& userText) {
   INTLFORMAT intl{};
   OSGetIntlSettings(&intl, sizeof intl);
-  XMLStringTranslate utf8("utf-8");
+  std::unique_ptr<XMLStringTranslate> ownConverter;
+  XMLStringTranslate& utf8 = spareUtf8(ownConverter);
   UserAttributes user(reply, root, utf8);
   setStateAttributes(user, *this);
   setDateAttributes(user, *this);

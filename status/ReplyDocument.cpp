@@ -68,12 +68,15 @@ void appendEscaped(std::u16string& out, const XMLCh* text, bool attribute) {
 
 ReplyDocument::ReplyDocument(RequestFile& file) : file_(file) {
   DOMImplementation* implementation = DOMImplementationRegistry::getDOMImplementation(u"LS");
-  if (!file_.empty()) ThrowXML1(XMLPlatformUtilsException, XMLExcepts::File_CouldNotOpenFile, file_.path().c_str());
+  if (!file_.writable()) ThrowXML1(XMLPlatformUtilsException, XMLExcepts::File_CouldNotOpenFile, file_.path().c_str());
   document_ = implementation->createDocument(nullptr, u"OOOReadObject", nullptr);
   document_->setXmlStandalone(false);
 }
 
+// A reply that was never written leaves the file empty, as a front end
+// that reads it after a failed reply expects.
 ReplyDocument::~ReplyDocument() {
+  if (!written_) file_.empty();
   if (document_ != nullptr) document_->release();
 }
 
@@ -138,5 +141,6 @@ std::string ReplyDocument::serialise() const {
 
 void ReplyDocument::write() {
   const std::string text = serialise();
-  if (!file_.write(text)) ThrowXML(XMLPlatformUtilsException, XMLExcepts::File_CouldNotWriteToFile);
+  if (!file_.replace(text)) ThrowXML(XMLPlatformUtilsException, XMLExcepts::File_CouldNotWriteToFile);
+  written_ = true;
 }

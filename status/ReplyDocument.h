@@ -8,9 +8,11 @@
 // declaration the toolkit writes, then the elements with their attributes in
 // set order, in UTF-8.
 //
-// Lifetime: constructing one empties the reply file, the request's open
-// RequestFile (the reply goes through its descriptor, never by path);
-// nothing of the document reaches the file before write(). Failures are the
+// Lifetime: the reply file is the request's open RequestFile (the reply
+// goes through its descriptor, never by path). Constructing one fails when
+// the file cannot be written; write() puts the whole document over the old
+// content in one write, and a document destroyed unwritten (a failed reply)
+// leaves the file empty. Failures are the
 // toolkit's XMLException (as its own file target raises them: the file
 // cannot be opened or written) and DOMException.
 // One object belongs to one thread; the XML toolkit must be initialised.
@@ -27,8 +29,9 @@
 
 class ReplyDocument {
  public:
-  // Empties the reply file and creates the document with its root element
-  // OOOReadObject. The file must stay open until write().
+  // Creates the document with its root element OOOReadObject for a reply
+  // file that can be written. The file must stay open until write() (or the
+  // end of the object).
   explicit ReplyDocument(RequestFile& file);
   ~ReplyDocument();
   ReplyDocument(const ReplyDocument&) = delete;
@@ -53,6 +56,7 @@ class ReplyDocument {
 
   xercesc::DOMDocument* document_ = nullptr;
   RequestFile& file_;
+  bool written_ = false;
   std::map<const xercesc::DOMElement*, std::vector<std::u16string>> attributeOrder_;
 };
 

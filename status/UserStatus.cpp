@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -252,7 +253,8 @@ void IPOOO::appendErrorUser(ReplyDocument& reply, const std::string& errorMsg, c
   std::string text = name;
   translator->TranslatorLMBCSToUTF8(message);
   translator->TranslatorLMBCSToUTF8(text);
-  XMLStringTranslate utf8("utf-8");
+  std::unique_ptr<XMLStringTranslate> ownConverter;
+  XMLStringTranslate& utf8 = spareUtf8(ownConverter);
   DOMElement* user = reply.createUser();
   reply.setAttribute(user, u"User_Status", utf8.translate("0"));
   reply.setAttribute(user, u"ErrorMsg", utf8.translate(message.c_str()));

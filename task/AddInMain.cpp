@@ -9,6 +9,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstring>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -20,6 +21,7 @@
 #include "osenv.h"
 #include "osmisc.h"
 #include "request/IPOOO.h"
+#include "request/RequestTools.h"
 #include "request/TaskLog.h"
 #include "setup/DatabaseSetup.h"
 #include "setup/ServerSettings.h"
@@ -32,46 +34,117 @@ constexpr WORD kDirectoryLimit = 512;
 
 // --- Dispatch -------------------------------------------------------------
 
-// Bounds the number of running workers of the OOOWorkers dispatch. Shared
-// with the workers, which may outlive AddInMain.
-class WorkerLimit {
+// The worker threads of the OOOWorkers dispatch: at most limit requests in
+// hand at once (taken by the loop and not yet finished). Threads are started
+// as requests come, up to limit, and then kept: each waits for the next
+// record, owns a copy of it, and answers it with its own XML tools. Shared
+// with the threads, which may outlive AddInMain.
+class WorkerPool : public std::enable_shared_from_this<WorkerPool> {
  public:
-  explicit WorkerLimit(long limit) : limit_(limit) {}
+  explicit WorkerPool(long limit) : limit_(limit) {}
 
-  // Takes a slot; false when none became free within the wait.
+  // Takes a slot for the next request; false when none became free within
+  // the wait.
   bool acquireFor(std::chrono::milliseconds wait) {
     std::unique_lock lock(mutex_);
-    if (!freed_.wait_for(lock, wait, [this] { return running_ < limit_; })) return false;
-    ++running_;
+    if (!freed_.wait_for(lock, wait, [this] { return inHand_ < limit_; })) return false;
+    ++inHand_;
     return true;
   }
 
+  // Gives back a slot that got no request.
   void release() {
     {
       std::lock_guard lock(mutex_);
-      --running_;
+      --inHand_;
     }
     freed_.notify_one();
   }
 
+  // Hands a copy of record to a worker, starting one when every running
+  // worker has a request already. A request no thread can take is dropped
+  // and its slot given back.
+  void hand(const RequestThreadRecord& record) {
+    bool start = false;
+    {
+      std::lock_guard lock(mutex_);
+      pending_.push_back(record);
+      start = threads_ < inHand_;
+      if (start) ++threads_;
+    }
+    if (!start) {
+      work_.notify_one();
+      return;
+    }
+    auto* self = new std::shared_ptr<WorkerPool>(shared_from_this());
+    pthread_t thread;
+    if (pthread_create(&thread, nullptr, &WorkerPool::threadBody, self) == 0) {
+      pthread_detach(thread);
+      return;
+    }
+    delete self;
+    bool dropped = false;
+    {
+      std::lock_guard lock(mutex_);
+      --threads_;
+      if (threads_ == 0 && !pending_.empty()) {  // nobody else will take it
+        pending_.pop_back();
+        --inHand_;
+        dropped = true;
+      }
+    }
+    if (dropped) freed_.notify_one();
+    work_.notify_one();
+  }
+
+  // The workers end once the requests handed to them are answered.
+  void stop() {
+    {
+      std::lock_guard lock(mutex_);
+      stopping_ = true;
+    }
+    work_.notify_all();
+  }
+
  private:
+  static void* threadBody(void* argument) {
+    std::unique_ptr<std::shared_ptr<WorkerPool>> self(static_cast<std::shared_ptr<WorkerPool>*>(argument));
+    (*self)->serve();
+    return nullptr;
+  }
+
+  void serve() {
+    RequestTools tools;
+    auto record = std::make_unique<RequestThreadRecord>();
+    while (next(*record)) {
+      run_request_of_record(*record, tools);
+      release();
+    }
+  }
+
+  // The next record into record; false when the pool stops and nothing is
+  // left.
+  bool next(RequestThreadRecord& record) {
+    std::unique_lock lock(mutex_);
+    work_.wait(lock, [this] { return !pending_.empty() || stopping_; });
+    if (pending_.empty()) {
+      --threads_;
+      return false;
+    }
+    std::memcpy(&record, &pending_.front(), sizeof record);
+    pending_.pop_front();
+    return true;
+  }
+
   std::mutex mutex_;
   std::condition_variable freed_;
-  long running_ = 0;
+  std::condition_variable work_;
+  std::deque<RequestThreadRecord> pending_;
+  long inHand_ = 0;
+  long threads_ = 0;
+  bool stopping_ = false;
   const long limit_;
 };
-
-struct OwnedRequest {
-  RequestThreadRecord record;
-  std::shared_ptr<WorkerLimit> limit;
-};
-
-void* runOwnedRequest(void* argument) {
-  std::unique_ptr<OwnedRequest> owned(static_cast<OwnedRequest*>(argument));
-  run_request_of_record(owned->record);
-  owned->limit->release();
-  return nullptr;
-}
 
 void copyCut(char* field, size_t fieldSize, const std::string& text) {
   std::memcpy(field, text.data(), std::min(text.size(), fieldSize - 1));
@@ -116,7 +189,8 @@ class TaskHost {
   MQHANDLE requestQueue_ = NULLHANDLE;
   STATUS status_ = NOERROR;
   long workers_ = 0;  // OOOWorkers; 0 = one message a second
-  std::shared_ptr<WorkerLimit> limit_;
+  std::shared_ptr<WorkerPool> pool_;
+  ServerSettingsCache settings_;
   RequestThreadRecord record_{};
 };
 
@@ -145,7 +219,7 @@ STATUS TaskHost::startUp() {
   AddInSetStatusText("Idle");
 
   workers_ = std::max(0L, OSGetEnvironmentLong("OOOWorkers"));
-  if (workers_ > 0) limit_ = std::make_shared<WorkerLimit>(workers_);
+  if (workers_ > 0) pool_ = std::make_shared<WorkerPool>(workers_);
 
   status = createServletList();
   if (status != NOERROR) return status;
@@ -182,9 +256,10 @@ bool TaskHost::receiveMessage() {
   std::string serverURL;
   std::string installIOSText;
   std::string connectParams;
-  // Read anew for every message, so that an edit of the settings takes
-  // effect with the next request.
-  _get_server_setting(serverUserName_, directory_, serverURL, installIOSText, connectParams);
+  // Read for every message, so that an edit of the settings takes effect
+  // with the next request (the cache reads the document again only after a
+  // change of the application database).
+  settings_.read(serverUserName_, directory_, serverURL, installIOSText, connectParams);
   fillRecord(record_, length, directory_, serverURL, installIOSText, connectParams, buildVersion_);
   return true;
 }
@@ -207,27 +282,20 @@ void TaskHost::pacedRound() {
   sleep(1);
 }
 
-// Messages as they arrive, at most workers_ running; each worker owns a heap
-// copy of the record from its start. The XML toolkit stays initialised
+// Messages as they arrive, at most workers_ in hand; each worker owns a copy
+// of the record from the hand-over. The XML toolkit stays initialised
 // through the loop's own context (see idleLoop).
 bool TaskHost::fastRound() {
   if (MQIsQuitPending(requestQueue_)) {
     status_ = ERR_MQ_QUITTING;
     return false;
   }
-  if (!limit_->acquireFor(std::chrono::seconds(1))) return false;
+  if (!pool_->acquireFor(std::chrono::seconds(1))) return false;
   if (!receiveMessage()) {
-    limit_->release();
+    pool_->release();
     return false;
   }
-  auto* owned = new OwnedRequest{record_, limit_};
-  pthread_t thread;
-  if (pthread_create(&thread, nullptr, runOwnedRequest, owned) == 0) {
-    pthread_detach(thread);
-  } else {
-    delete owned;
-    limit_->release();
-  }
+  pool_->hand(record_);
   return true;
 }
 
@@ -252,6 +320,7 @@ void TaskHost::idleLoop() {
 
 // Running workers are not waited for.
 void TaskHost::shutDown() {
+  if (pool_) pool_->stop();
   if (requestQueue_ != NULLHANDLE) MQClose(requestQueue_, 0);
   if (servletList_ != NULLHANDLE) MQClose(servletList_, 0);
   if (status_ != NOERROR && status_ != ERR_MQ_EMPTY) {

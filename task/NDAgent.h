@@ -19,7 +19,10 @@
 // meanwhile. With the notes.ini variable OOOWorkers set to a positive N the
 // loop takes messages as they arrive, gives each worker a copy of the record
 // that the worker owns before the loop goes on, and runs at most N workers
-// at once; further messages wait in the queue.
+// at once; further messages wait in the queue. These N workers are threads
+// started as the first messages come and kept for the next ones, each with
+// its own XML tools (RequestTools); every request still gets a context of
+// its own. At shutdown they finish the requests handed to them and end.
 #ifndef TARNWICK_TASK_NDAGENT_H
 #define TARNWICK_TASK_NDAGENT_H
 
@@ -74,6 +77,10 @@ void* run_ooo_message_thread(void* record);
 // The worker's part after it owns its record: NotesInitThread, one context,
 // process_request_record, NotesTermThread.
 void run_request_of_record(const RequestThreadRecord& record);
+// The same for a worker that keeps its XML tools from request to request:
+// the context borrows them.
+class RequestTools;
+void run_request_of_record(const RequestThreadRecord& record, RequestTools& tools);
 
 TARNWICK_EXTERN_C_BEGIN
 STATUS LNPUBLIC AddInMain(HMODULE module, int argc, char** argv);

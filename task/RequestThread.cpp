@@ -5,6 +5,7 @@
 
 #include "osenv.h"
 #include "request/IPOOO.h"
+#include "request/RequestTools.h"
 #include "task/NDAgent.h"
 
 RequestKind requestKindOf(const char* messageText) {
@@ -45,6 +46,14 @@ void run_request_of_record(const RequestThreadRecord& record) {
   if (NotesInitThread() != NOERROR) return;
   auto context = std::make_unique<IPOOO>();
   process_request_record(record, *context);
+  NotesTermThread();
+}
+
+void run_request_of_record(const RequestThreadRecord& record, RequestTools& tools) {
+  if (NotesInitThread() != NOERROR) return;
+  auto context = std::make_unique<IPOOO>(tools);
+  process_request_record(record, *context);
+  context.reset();
   NotesTermThread();
 }
 

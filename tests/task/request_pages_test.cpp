@@ -582,6 +582,45 @@ TEST_F(RequestPages, ADatabaseWithoutTheSettingsViewLeavesTheSettingsAlone) {
   EXPECT_EQ(install, expectedDefaultInstructions("%Configure Tarnwick App%" + kDefaultParameters));
 }
 
+// The cache of the main loop gives what a fresh read gives: after an edit,
+// after the document is deleted (made again with its defaults) and for
+// another server's name; unchanged, the document is not written again.
+TEST_F(RequestPages, CachedSettingsFollowEveryChangeOfTheDatabase) {
+  ServerSettingsCache cache;
+  std::string url, install, parameters;
+  auto read = [&] { cache.read(kServerName, "", url, install, parameters); };
+  read();
+  EXPECT_EQ(parameters, kDefaultParameters);
+  const DWORD sequence = settingsSequence();
+  url = install = parameters = "";
+  read();
+  EXPECT_EQ(parameters, kDefaultParameters) << "an unchanged database gives the values read before";
+  EXPECT_EQ(url, "");
+  EXPECT_EQ(install, expectedDefaultInstructions("%Configure Tarnwick App%" + kDefaultParameters));
+  EXPECT_EQ(settingsSequence(), sequence);
+
+  setSettings({{"useSSL", "0"}, {"serverURL", "https://mail.acme.example"}});
+  read();
+  EXPECT_EQ(parameters, "&ssl=0&connect=1&dateformat=Full");
+  EXPECT_EQ(url, "https://mail.acme.example");
+
+  // Deleted: the next read makes it again, as a fresh read does.
+  DBHANDLE db = NULLHANDLE;
+  ASSERT_EQ(NSFDbOpen("OOO.nsf", &db), NOERROR);
+  ASSERT_EQ(NSFNoteDelete(db, documents().front(), 0), NOERROR);
+  NSFDbClose(db);
+  EXPECT_TRUE(documents().empty());
+  read();
+  EXPECT_EQ(parameters, kDefaultParameters);
+  EXPECT_EQ(url, "");
+  EXPECT_EQ(documents().size(), 1u) << "the deleted document is made again";
+
+  std::string otherParameters;
+  cache.read("CN=Mail2/O=Acme", "", url, install, otherParameters);
+  EXPECT_EQ(otherParameters, kDefaultParameters);
+  EXPECT_EQ(documents().size(), 2u) << "another server's name is not answered from the cache";
+}
+
 // update_field writes only what differs, and marks it.
 TEST_F(RequestPages, UpdateFieldWritesOnlyChangesAndMarksThem) {
   DBHANDLE db = NULLHANDLE;

@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -302,14 +304,81 @@ class Computation {
   STATUS last_error_ = NOERROR;
 };
 
+using Fields = std::shared_ptr<const std::vector<FieldDefinition>>;
+
+// Form designs read from databases, by database file and note ID. A design
+// is used again only while its stored note is the same one unchanged: same
+// universal ID, sequence, sequence time and modification time (every
+// update of a note gives it a later, unique modification time). Bounded:
+// a full cache starts again.
+class FormDesignCache {
+ public:
+  static FormDesignCache& instance() {
+    static auto* cache = new FormDesignCache;  // never destroyed: any thread may compute late
+    return *cache;
+  }
+
+  Fields find(const std::string& file, const store::NoteRecord& record) {
+    std::lock_guard lock(mutex_);
+    const auto found = entries_.find(Key{file, record.id});
+    if (found == entries_.end() || !same(found->second.record, record)) return nullptr;
+    return found->second.fields;
+  }
+
+  void keep(const std::string& file, const store::NoteRecord& record, Fields fields) {
+    std::lock_guard lock(mutex_);
+    if (entries_.size() >= kMaxEntries) entries_.clear();
+    entries_[Key{file, record.id}] = Entry{record, std::move(fields)};
+  }
+
+ private:
+  static constexpr size_t kMaxEntries = 512;
+  using Key = std::pair<std::string, NOTEID>;
+  struct Entry {
+    store::NoteRecord record;
+    Fields fields;
+  };
+
+  static bool sameTime(const TIMEDATE& a, const TIMEDATE& b) {
+    return a.Innards[0] == b.Innards[0] && a.Innards[1] == b.Innards[1];
+  }
+  static bool same(const store::NoteRecord& a, const store::NoteRecord& b) {
+    return a.note_class == b.note_class && a.sequence == b.sequence && sameTime(a.sequence_time, b.sequence_time) &&
+           sameTime(a.modified, b.modified) && sameTime(a.unid.File, b.unid.File) &&
+           sameTime(a.unid.Note, b.unid.Note) && !a.deleted && !b.deleted;
+  }
+
+  std::mutex mutex_;
+  std::map<Key, Entry> entries_;
+};
+
+// The fields of the stored form note form_id: from the cache while the note
+// is unchanged, else read from the note (and kept).
+STATUS stored_form_fields(store::Database& db, NOTEID form_id, Fields& fields) {
+  store::NoteRecord record;
+  const bool known = db.record_of(form_id, &record) == NOERROR && !record.deleted;
+  const std::string file = db.file().string();
+  if (known) {
+    fields = FormDesignCache::instance().find(file, record);
+    if (fields) return NOERROR;
+  }
+  store::Note form;
+  if (STATUS status = db.read_note(form_id, 0, &form)) return status == ERR_INVALID_NOTE ? ERR_NOT_FOUND : status;
+  fields = std::make_shared<const std::vector<FieldDefinition>>(dxl::read_form_fields(form));
+  // Kept under the record seen before the read: a change in between gives
+  // the note a newer record, which the next lookup does not match.
+  if (known) FormDesignCache::instance().keep(file, record, fields);
+  return NOERROR;
+}
+
 // The fields of the form to use: the given form note, else the form the
 // note names in "Form", else the database's default form.
-STATUS form_fields(store::Note& note, NOTEHANDLE form_handle, std::vector<FieldDefinition>& fields) {
+STATUS form_fields(store::Note& note, NOTEHANDLE form_handle, Fields& fields) {
   if (form_handle != NULLHANDLE) {
     auto form = store::find_note(form_handle);
     if (!form) return ERR_BAD_PARAM;
     std::lock_guard lock(form->mutex);
-    fields = dxl::read_form_fields(*form);
+    fields = std::make_shared<const std::vector<FieldDefinition>>(dxl::read_form_fields(*form));
     return NOERROR;
   }
   std::string form_name;
@@ -326,10 +395,7 @@ STATUS form_fields(store::Note& note, NOTEHANDLE form_handle, std::vector<FieldD
   if (form_name.empty() || NIFFindDesignNoteExt(db_handle, form_name.c_str(), NOTE_CLASS_FORM, nullptr, &form_id, 0)) {
     if (db->special_note_id(NOTE_CLASS_FORM, &form_id) != NOERROR) return ERR_NOT_FOUND;
   }
-  store::Note form;
-  if (STATUS status = db->read_note(form_id, 0, &form)) return status == ERR_INVALID_NOTE ? ERR_NOT_FOUND : status;
-  fields = dxl::read_form_fields(form);
-  return NOERROR;
+  return stored_form_fields(*db, form_id, fields);
 }
 
 }  // namespace
@@ -341,9 +407,9 @@ extern "C" STATUS LNPUBLIC NSFNoteComputeWithForm(NOTEHANDLE hNote, NOTEHANDLE h
   return guarded([&]() -> STATUS {
     auto note = store::find_note(hNote);
     if (!note) return ERR_BAD_PARAM;
-    std::vector<forms::FieldDefinition> fields;
+    forms::Fields fields;
     if (STATUS status = forms::form_fields(*note, hFormNote, fields)) return status;
     forms::Computation computation(*note, dwFlags, ErrorRoutine, CallersContext);
-    return computation.run(fields);
+    return computation.run(*fields);
   });
 }

@@ -9,6 +9,7 @@
 #include "dxl/form_design.h"
 #include "editods.h"
 #include "globerr.h"
+#include "nsfdesign.h"
 #include "nsfdata.h"
 #include "nsfdb.h"
 #include "nsfnote.h"
@@ -220,6 +221,57 @@ TEST_F(ComputeWithForm, TheFormComesFromTheFormItemOrTheDefaultForm) {
   EXPECT_FALSE(NSFItemIsPresent(note_, "Subject", MAXWORD));
 
   EXPECT_EQ(NSFNoteComputeWithForm(static_cast<NOTEHANDLE>(0x7777), NULLHANDLE, 0, nullptr, nullptr), ERR_BAD_PARAM);
+}
+
+// Form designs are kept between computations; a changed form, and a form
+// of a database made anew at the same path, must still be seen.
+TEST_F(ComputeWithForm, AChangedFormDesignIsSeenByTheNextComputation) {
+  auto form_id = [&] {
+    NOTEID id = 0;
+    EXPECT_EQ(NIFFindDesignNoteExt(db_, "Away", NOTE_CLASS_FORM, nullptr, &id, 0), NOERROR);
+    return id;
+  };
+  auto compute_note = [&](DBHANDLE db) {
+    NOTEHANDLE note = NULLHANDLE;
+    EXPECT_EQ(NSFNoteCreate(db, &note), NOERROR);
+    NSFItemSetText(note, "Form", "Away", MAXWORD);
+    EXPECT_EQ(NSFNoteComputeWithForm(note, NULLHANDLE, 0, nullptr, nullptr), NOERROR);
+    const std::string kind = text_of(note, "Kind");
+    NSFNoteClose(note);
+    return kind;
+  };
+  auto rewrite_form = [&](DBHANDLE db, NOTEID id, const char* value) {
+    NOTEHANDLE form = NULLHANDLE;
+    ASSERT_EQ(NSFNoteOpen(db, id, 0, &form), NOERROR);
+    write_fields(form, {field("Kind", FieldKind::kComputed, FieldType::kText, value)});
+    ASSERT_EQ(NSFNoteUpdate(form, 0), NOERROR);
+    NSFNoteClose(form);
+  };
+  const NOTEID id = form_id();
+  rewrite_form(db_, id, "\"first\"");
+  EXPECT_EQ(compute_note(db_), "first");
+  EXPECT_EQ(compute_note(db_), "first");
+  rewrite_form(db_, id, "\"second\"");
+  EXPECT_EQ(compute_note(db_), "second");
+
+  // The same path, the same note ID, a different database.
+  NSFNoteClose(note_);
+  note_ = NULLHANDLE;
+  NSFDbClose(db_);
+  db_ = NULLHANDLE;
+  ASSERT_EQ(NSFDbDelete("forms.nsf"), NOERROR);
+  ASSERT_EQ(NSFDbCreate("forms.nsf", DBCLASS_BY_EXTENSION, FALSE), NOERROR);
+  ASSERT_EQ(NSFDbOpen("forms.nsf", &db_), NOERROR);
+  NOTEHANDLE form = NULLHANDLE;
+  ASSERT_EQ(NSFNoteCreate(db_, &form), NOERROR);
+  const WORD form_class = NOTE_CLASS_FORM;
+  NSFNoteSetInfo(form, _NOTE_CLASS, &form_class);
+  NSFItemSetText(form, "$TITLE", "Away", MAXWORD);
+  write_fields(form, {field("Kind", FieldKind::kComputed, FieldType::kText, "\"third\"")});
+  ASSERT_EQ(NSFNoteUpdate(form, 0), NOERROR);
+  NSFNoteClose(form);
+  EXPECT_EQ(compute_note(db_), "third");
+  ASSERT_EQ(NSFNoteCreate(db_, &note_), NOERROR);  // for TearDown
 }
 
 }  // namespace
