@@ -4,9 +4,11 @@
 
 #include <fcntl.h>
 #include <pthread.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
@@ -175,7 +177,7 @@ class ConnectionPool {
       std::lock_guard lock(mutex_);
       idle_[connection->path()].push_back(Idle{std::move(connection), ++clock_});
       ++idle_count_;
-      if (idle_count_ > kMaxIdleConnections) evicted = evict_oldest_locked();
+      if (idle_count_ > max_idle_connections()) evicted = evict_oldest_locked();
     }
   }
 
@@ -240,6 +242,17 @@ ConnectionPool& pool() {
 }
 
 }  // namespace
+
+size_t max_idle_connections() {
+  static const size_t limit = [] {
+    rlimit files{};
+    if (::getrlimit(RLIMIT_NOFILE, &files) != 0 || files.rlim_cur == RLIM_INFINITY) return kMaxIdleConnections;
+    // A quarter of the file limit, three files per connection; at least 16.
+    const size_t by_files = static_cast<size_t>(files.rlim_cur) / 12;
+    return std::max<size_t>(16, std::min(kMaxIdleConnections, by_files));
+  }();
+  return limit;
+}
 
 STATUS create_database_file(const std::filesystem::path& path, const CreateOptions& options, bool overwrite) {
   std::error_code ec;

@@ -16,9 +16,10 @@
 // transaction wholly there or wholly absent.
 //
 // Pool: opening a SQLite connection costs far more than a query on an open
-// one, so connections of closed database handles are kept (up to
-// kMaxIdleConnections in the process) and handed to the next open of the
-// same file. A pooled connection is used only if the path still names the
+// one, and closing the last connection of a file checkpoints and removes its
+// WAL (so that the next commit grows a new one, a costly sync). Connections
+// of closed database handles are therefore kept (up to max_idle_connections()
+// in the process) and handed to the next open of the same file. A pooled connection is used only if the path still names the
 // same file (device and inode). The pool is thread-safe; after fork() the
 // child starts with an empty pool (connections must not cross a fork).
 #pragma once
@@ -34,7 +35,10 @@ namespace tarnwick::rt::store {
 
 constexpr int kSchemaVersion = 1;
 constexpr int kApplicationId = 0x54574E4B;  // "TWNK"
-constexpr size_t kMaxIdleConnections = 64;
+// Enough for a server's busy mail files: each idle connection keeps three
+// files open, so the number is bounded by the process's file limit too.
+constexpr size_t kMaxIdleConnections = 512;
+size_t max_idle_connections();
 
 struct CreateOptions {
   WORD db_class = 0;        // DBCLASS_NOTEFILE or DBCLASS_TEMPLATEFILE
