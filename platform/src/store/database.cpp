@@ -39,6 +39,12 @@ constexpr const char* kUpdateNote =
     "UPDATE notes SET note_class = ?2, note_flags = ?3, unid_file = ?4, unid_note = ?5, sequence = ?6, "
     "sequence_time = ?7, modified = ?8, modified_moment = ?9, added = ?10, parent = ?11, deleted = 0, "
     "profile_key = ?12, title = ?13, design_flags = ?14, items = ?15 WHERE note_id = ?1";
+// The same for a stored note whose indexed columns (class, UNID, profile
+// key) keep their values: columns left out of the SET list leave their
+// indexes untouched, so the commit writes fewer pages.
+constexpr const char* kUpdateNoteContent =
+    "UPDATE notes SET note_flags = ?3, sequence = ?6, sequence_time = ?7, modified = ?8, modified_moment = ?9, "
+    "added = ?10, parent = ?11, deleted = 0, title = ?13, design_flags = ?14, items = ?15 WHERE note_id = ?1";
 constexpr const char* kStubNote =
     "UPDATE notes SET deleted = 1, items = x'', profile_key = NULL, title = NULL, design_flags = NULL, "
     "sequence = sequence + 1, sequence_time = ?2, modified = ?2, modified_moment = ?3 WHERE note_id = ?1";
@@ -222,12 +228,15 @@ STATUS Database::write_note_locked(Note& note, DWORD update_flags, const TIMEDAT
                                    DWORD* sequence) {
   const bool force = (update_flags & UPDATE_FORCE) != 0;
   const UNIVERSALNOTEID unid{note.oid.File, note.oid.Note};
+  const std::string key = profile_key_of(note);
   bool exists = false;
+  bool same_index_keys = false;  // class, UNID and profile key as stored
   DWORD stored_sequence = 0;
   *id = (note.stored && note.id != 0) ? note.id : 0;
 
   if (*id != 0) {
-    Statement row = connection_->prepare("SELECT sequence, deleted FROM notes WHERE note_id = ?");
+    Statement row = connection_->prepare(
+        "SELECT sequence, deleted, note_class, unid_file, unid_note, profile_key FROM notes WHERE note_id = ?");
     row.bind(1, *id);
     int rc = row.step();
     if (rc == SQLITE_ROW) {
@@ -235,6 +244,9 @@ STATUS Database::write_note_locked(Note& note, DWORD update_flags, const TIMEDAT
       stored_sequence = static_cast<DWORD>(row.column_int(0));
       if (row.column_int(1) != 0 && !force) return ERR_NOTE_DELETED;
       if (stored_sequence != note.stored_sequence && !force) return ERR_CONFLICT;
+      same_index_keys = row.column_int(2) == note.note_class && row.column_int(3) == pack_timedate(unid.File) &&
+                        row.column_int(4) == pack_timedate(unid.Note) && row.column_is_null(5) == key.empty() &&
+                        row.column_bytes(5) == key;
     } else if (rc != SQLITE_DONE) {
       return status_from_sqlite(rc);
     } else if (!force) {
@@ -275,9 +287,11 @@ STATUS Database::write_note_locked(Note& note, DWORD update_flags, const TIMEDAT
 
   *sequence = std::max(stored_sequence, note.oid.Sequence) + 1;
   const TIMEDATE added = (note.added.Innards[0] == 0 && note.added.Innards[1] == 0) ? now : note.added;
-  const std::string key = profile_key_of(note);
   const bool design = (note.note_class & NOTE_CLASS_DOCUMENT) == 0;
-  Statement write = connection_->prepare(exists ? kUpdateNote : kInsertNote);
+  // Parameters a statement does not use (the lean update's ?2, ?4, ?5,
+  // ?12) are bound all the same: unused numbers in between are allowed.
+  Statement write =
+      connection_->prepare(exists ? (same_index_keys ? kUpdateNoteContent : kUpdateNote) : kInsertNote);
   write.bind(1, *id)
       .bind(2, note.note_class)
       .bind(3, note.flags & ~NOTE_FLAG_READONLY)
@@ -566,7 +580,7 @@ void Database::own_block(DHANDLE block) {
 STATUS Database::begin_transaction() {
   std::lock_guard lock(connection_->mutex);
   if (connection_->caller_transaction) return ERR_TRANSACTION_OPEN;
-  const int rc = connection_->exec("BEGIN IMMEDIATE");
+  const int rc = connection_->run("BEGIN IMMEDIATE");
   if (rc != SQLITE_OK) return status_from_sqlite(rc);
   connection_->caller_transaction = true;
   return NOERROR;
@@ -575,10 +589,10 @@ STATUS Database::begin_transaction() {
 STATUS Database::commit_transaction() {
   std::lock_guard lock(connection_->mutex);
   if (!connection_->caller_transaction) return ERR_NO_TRANSACTION;
-  const int rc = connection_->exec("COMMIT");
+  const int rc = connection_->run("COMMIT");
   if (rc != SQLITE_OK) {
     // A commit that fails leaves nothing of the transaction behind.
-    connection_->exec("ROLLBACK");
+    connection_->run("ROLLBACK");
     connection_->caller_transaction = false;
     return status_from_sqlite(rc);
   }
@@ -590,7 +604,7 @@ STATUS Database::rollback_transaction() {
   std::lock_guard lock(connection_->mutex);
   if (!connection_->caller_transaction) return ERR_NO_TRANSACTION;
   connection_->caller_transaction = false;
-  const int rc = connection_->exec("ROLLBACK");
+  const int rc = connection_->run("ROLLBACK");
   return rc == SQLITE_OK ? NOERROR : status_from_sqlite(rc);
 }
 
@@ -598,7 +612,7 @@ Database::~Database() {
   // The connection goes back to the pool: a transaction left open ends here.
   if (connection_ && connection_->caller_transaction) {
     std::lock_guard lock(connection_->mutex);
-    connection_->exec("ROLLBACK");
+    connection_->run("ROLLBACK");
     connection_->caller_transaction = false;
   }
   for (DHANDLE block : owned_blocks_) OSMemFree(block);

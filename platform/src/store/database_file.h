@@ -16,7 +16,9 @@
 // transaction wholly there or wholly absent.
 //
 // Pool: opening a SQLite connection costs far more than a query on an open
-// one, so connections of closed database handles are kept (up to
+// one, and closing the last connection of a file checkpoints and removes its
+// WAL (so that the next commit grows a new one, a costly sync). Connections
+// of closed database handles are therefore kept (up to
 // max_idle_connections() in the process) and handed to the next open of the
 // same file. A pooled connection is used only if the path still names the
 // same file (device and inode). The pool is thread-safe; after fork() the

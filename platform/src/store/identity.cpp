@@ -9,12 +9,14 @@
 #include <fcntl.h>
 #include <openssl/evp.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <array>
 #include <cstring>
 #include <fstream>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -127,10 +129,60 @@ bool generate_key_pair(Key* public_key, Key* private_key) {
          public_size == kKeySize && private_size == kKeySize;
 }
 
-std::optional<std::string> sign_message(const Key& private_key, std::string_view message) {
-  Pkey key(EVP_PKEY_new_raw_private_key(EVP_PKEY_ED25519, nullptr, private_key.data(), kKeySize));
+// The server's identity with its signing key made ready, as read from the
+// ID file with the given identity (device, inode, size, change time).
+struct Signer {
+  std::filesystem::path path;
+  struct stat file {};
+  bool settled = false;  // the file was older than a moment when it was read
+  Identity identity;
+  Pkey key;
+};
+
+bool same_file(const struct stat& a, const struct stat& b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
+         a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec &&
+         a.st_ctim.tv_sec == b.st_ctim.tv_sec && a.st_ctim.tv_nsec == b.st_ctim.tv_nsec;
+}
+
+// The signer for the current ID file. Reading the file and deriving the key
+// cost far more than a signature, so the last signer is kept and used again
+// while the ID file is unchanged: same inode, size and times. A file written
+// within the last seconds when it was read is read again every time, as its
+// times could still match those of a quick rewrite. The key is only read
+// after it is made, which may be done by many threads at once.
+STATUS current_signer(std::shared_ptr<const Signer>* out) {
+  static std::mutex mutex;
+  static std::shared_ptr<const Signer> last;
+  const std::filesystem::path path = id_file_path(nullptr);
+  struct stat file {};
+  if (::stat(path.c_str(), &file) != 0) return ERR_NOEXIST;
+  {
+    std::lock_guard lock(mutex);
+    if (last && last->settled && last->path == path && same_file(last->file, file)) {
+      *out = last;
+      return NOERROR;
+    }
+  }
+  auto signer = std::make_shared<Signer>();
+  signer->path = path;
+  signer->file = file;
+  timespec now{};
+  ::clock_gettime(CLOCK_REALTIME, &now);
+  signer->settled = now.tv_sec - file.st_mtim.tv_sec > 2 && now.tv_sec - file.st_ctim.tv_sec > 2;
+  if (STATUS error = load_identity(&signer->identity)) return error;
+  signer->key.reset(
+      EVP_PKEY_new_raw_private_key(EVP_PKEY_ED25519, nullptr, signer->identity.private_key.data(), kKeySize));
+  if (!signer->key) return ERR_UNKNOWN;
+  std::lock_guard lock(mutex);
+  last = signer;
+  *out = std::move(signer);
+  return NOERROR;
+}
+
+std::optional<std::string> sign_message(EVP_PKEY* key, std::string_view message) {
   MdContext context(EVP_MD_CTX_new());
-  if (!key || !context || EVP_DigestSignInit(context.get(), nullptr, nullptr, nullptr, key.get()) != 1) return std::nullopt;
+  if (!context || EVP_DigestSignInit(context.get(), nullptr, nullptr, nullptr, key) != 1) return std::nullopt;
   std::string signature(kSignatureSize, '\0');
   size_t length = signature.size();
   if (EVP_DigestSign(context.get(), reinterpret_cast<unsigned char*>(signature.data()), &length,
@@ -260,11 +312,12 @@ STATUS LNPUBLIC NSFNoteSign(NOTEHANDLE hNote) {
   return guarded([&]() -> STATUS {
     auto note = find_note(hNote);
     if (!note) return ERR_BAD_PARAM;
-    Identity identity;
-    if (STATUS error = load_identity(&identity)) return error;
+    std::shared_ptr<const Signer> signer;
+    if (STATUS error = current_signer(&signer)) return error;
+    const Identity& identity = signer->identity;
     std::lock_guard lock(note->mutex);
     const TIMEDATE when = unique_now();
-    auto signature = sign_message(identity.private_key, signed_message(*note, identity.name, when));
+    auto signature = sign_message(signer->key.get(), signed_message(*note, identity.name, when));
     if (!signature) return ERR_UNKNOWN;
     std::string value(kSignatureMagic);
     put_word(value, static_cast<WORD>(identity.name.size()));

@@ -79,6 +79,46 @@ TEST_F(ProfileTest, OpenCreatesOnceAndFindsWithoutCase) {
   EXPECT_EQ(open_profile(db_ + 77, "P", nullptr, &first), ERR_DB_NOT_OPEN);
 }
 
+// Updates that keep a note's profile key leave the key's index as it is;
+// one that changes "$Name" moves the note to the new key, and a document
+// given a profile name becomes that profile.
+TEST_F(ProfileTest, ANoteIsFoundUnderTheProfileKeyItsLastUpdateStored) {
+  NOTEHANDLE profile = NULLHANDLE;
+  ASSERT_EQ(open_profile(db_, "First", nullptr, &profile), NOERROR);
+  const NOTEID id = id_of(profile);
+  ASSERT_EQ(NSFItemSetText(profile, "Body", "one", 3), NOERROR);
+  ASSERT_EQ(NSFNoteUpdate(profile, 0), NOERROR);
+  NOTEHANDLE again = NULLHANDLE;
+  ASSERT_EQ(open_profile(db_, "first", nullptr, &again), NOERROR);
+  EXPECT_EQ(id_of(again), id);
+  EXPECT_EQ(text(again, "Body"), "one");
+  NSFNoteClose(again);
+
+  const char renamed[] = "$profile_006second_";
+  ASSERT_EQ(NSFItemSetText(profile, "$Name", renamed, sizeof renamed - 1), NOERROR);
+  ASSERT_EQ(NSFNoteUpdate(profile, 0), NOERROR);
+  NSFNoteClose(profile);
+  ASSERT_EQ(open_profile(db_, "Second", nullptr, &again), NOERROR);
+  EXPECT_EQ(id_of(again), id) << "the renamed note is the profile of its new name";
+  EXPECT_EQ(text(again, "Body"), "one");
+  NSFNoteClose(again);
+  ASSERT_EQ(open_profile(db_, "First", nullptr, &again), NOERROR);
+  EXPECT_NE(id_of(again), id) << "the old name has no profile left, so a new one is made";
+  NSFNoteClose(again);
+
+  NOTEHANDLE document = NULLHANDLE;
+  ASSERT_EQ(NSFNoteCreate(db_, &document), NOERROR);
+  ASSERT_EQ(NSFItemSetText(document, "Form", "Memo", 4), NOERROR);
+  ASSERT_EQ(NSFNoteUpdate(document, 0), NOERROR);
+  const char third[] = "$profile_005third_";
+  ASSERT_EQ(NSFItemSetText(document, "$Name", third, sizeof third - 1), NOERROR);
+  ASSERT_EQ(NSFNoteUpdate(document, 0), NOERROR);
+  ASSERT_EQ(open_profile(db_, "Third", nullptr, &again), NOERROR);
+  EXPECT_EQ(id_of(again), id_of(document));
+  NSFNoteClose(again);
+  NSFNoteClose(document);
+}
+
 TEST_F(ProfileTest, FieldsAreReadWithTheTypeWordAndWrittenWithout) {
   WORD type = 0;
   BLOCKID value{};

@@ -116,26 +116,32 @@ Statement Connection::prepare(const char* sql) {
 
 int Connection::exec(const char* sql) { return sqlite3_exec(db_, sql, nullptr, nullptr, nullptr); }
 
+int Connection::run(const char* sql) {
+  Statement statement = prepare(sql);
+  const int rc = statement.step();
+  return rc == SQLITE_DONE || rc == SQLITE_ROW ? SQLITE_OK : rc;
+}
+
 WriteTransaction::~WriteTransaction() {
   if (!open_) return;
   if (nested_) {
-    connection_.exec("ROLLBACK TO note_write");
-    connection_.exec("RELEASE note_write");
+    connection_.run("ROLLBACK TO note_write");
+    connection_.run("RELEASE note_write");
   } else {
-    connection_.exec("ROLLBACK");
+    connection_.run("ROLLBACK");
   }
 }
 
 STATUS WriteTransaction::begin() {
   nested_ = connection_.caller_transaction;
-  int rc = connection_.exec(nested_ ? "SAVEPOINT note_write" : "BEGIN IMMEDIATE");
+  int rc = connection_.run(nested_ ? "SAVEPOINT note_write" : "BEGIN IMMEDIATE");
   if (rc != SQLITE_OK) return status_from_sqlite(rc);
   open_ = true;
   return NOERROR;
 }
 
 STATUS WriteTransaction::commit() {
-  int rc = connection_.exec(nested_ ? "RELEASE note_write" : "COMMIT");
+  int rc = connection_.run(nested_ ? "RELEASE note_write" : "COMMIT");
   if (rc != SQLITE_OK) return status_from_sqlite(rc);
   open_ = false;
   return NOERROR;

@@ -72,8 +72,13 @@ class Connection {
   // The statement for `sql`, prepared once per connection. `sql` must be a
   // string literal (its address is the cache key).
   Statement prepare(const char* sql);
-  // Runs SQL without results (schema, pragmas, transaction control).
+  // Runs SQL without results (schema, pragmas).
   int exec(const char* sql);
+  // Runs one statement without results through the statement cache (`sql`
+  // a string literal, as for prepare): for the transaction control of every
+  // write, which would otherwise be parsed anew each time. SQLITE_OK when it
+  // ran.
+  int run(const char* sql);
 
   sqlite3* raw() const { return db_; }
   const std::string& path() const { return path_; }
