@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -243,13 +244,24 @@ std::string RequestFile::refusalText() const {
   return "";
 }
 
+namespace {
+thread_local size_t t_largestRead = 0;
+}  // namespace
+
+size_t takeLargestRequestRead() { return std::exchange(t_largestRead, 0); }
+
 bool RequestFile::read(std::string& content) {
   content.clear();
   if (fd_ < 0) return false;
-  // One byte beyond the limit tells a file that has grown since it was opened.
-  content.resize(maxBytes_ + 1);
+  // One byte beyond the limit tells a file that has grown since it was
+  // opened. The buffer grows as the file fills it, so a small request never
+  // takes (and touches) memory for the largest one allowed.
+  constexpr size_t kFirstBuffer = 64 * 1024;
+  const size_t limit = maxBytes_ + 1;
+  content.resize(std::min(kFirstBuffer, limit));
   size_t total = 0;
-  while (total < content.size()) {
+  while (total < limit) {
+    if (total == content.size()) content.resize(std::min(content.size() * 2, limit));
     ssize_t n = ::pread(fd_, content.data() + total, content.size() - total, static_cast<off_t>(total));
     if (n < 0) {
       if (errno == EINTR) continue;
@@ -267,6 +279,7 @@ bool RequestFile::read(std::string& content) {
     return false;
   }
   content.resize(total);
+  t_largestRead = std::max(t_largestRead, total);
   return true;
 }
 

@@ -1,11 +1,19 @@
 // The request worker thread.
+#include <malloc.h>
+
 #include <cstring>
 #include <memory>
 #include <string>
 
 #include "osenv.h"
 #include "request/IPOOO.h"
+#include "request/RequestFile.h"
 #include "task/NDAgent.h"
+
+namespace {
+// Requests are a few hundred bytes; one this large leaves memory to give back.
+constexpr size_t kTrimAfterRequestBytes = 256 * 1024;
+}  // namespace
 
 RequestKind requestKindOf(const char* messageText) {
   if (std::strstr(messageText, kMarkerInstallIOS) != nullptr) return RequestKind::InstallIOSPage;
@@ -45,6 +53,11 @@ void run_request_of_record(const RequestThreadRecord& record) {
   if (NotesInitThread() != NOERROR) return;
   auto context = std::make_unique<IPOOO>();
   process_request_record(record, *context);
+  context.reset();
+  // The allocator keeps what a large request's document and parse took for
+  // later requests of that size, in the arena of this worker: hundreds of
+  // megabytes for a request of a few. It goes back to the system now.
+  if (takeLargestRequestRead() >= kTrimAfterRequestBytes) malloc_trim(0);
   NotesTermThread();
 }
 
