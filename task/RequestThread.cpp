@@ -54,9 +54,9 @@ void run_request_of_record(const RequestThreadRecord& record) {
   auto context = std::make_unique<IPOOO>();
   process_request_record(record, *context);
   context.reset();
-  // The allocator keeps what a large request's document and parse took for
-  // later requests of that size, in the arena of this worker: hundreds of
-  // megabytes for a request of a few. It goes back to the system now.
+  // The allocator would keep what a large request's document and its parse
+  // took (tens of megabytes for a request of ten) in this worker's arena
+  // for later requests; it goes back to the system now.
   if (takeLargestRequestRead() >= kTrimAfterRequestBytes) malloc_trim(0);
   NotesTermThread();
 }
