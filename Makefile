@@ -4,7 +4,7 @@
 JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
-.PHONY: run test tsan bench fuzz deps release asan format tidy clean
+.PHONY: run test tsan bench fuzz fuzz-long deps release asan format tidy clean
 
 deps:
 	@scripts/install-deps
@@ -39,6 +39,12 @@ fuzz: deps
 		-DTARNWICK_FUZZ=ON $(CMAKE_FLAGS) >/dev/null
 	@cmake --build build/fuzz -j $(JOBS)
 	@echo "fuzz targets are in build/fuzz (run one with its corpus folder, e.g. build/fuzz/platform/fuzz_time_text platform/src/time/corpus/fuzz_time_text)"
+
+# One long campaign of one target, e.g. make fuzz-long TARGET=fuzz_request_xml
+# (RUNS, TIME in seconds, MAX_LEN, NICE: see scripts/fuzz-long).
+fuzz-long: fuzz
+	@test -n "$(TARGET)" || { echo "make fuzz-long TARGET=<fuzz target name>" >&2; exit 2; }
+	@scripts/fuzz-long $(TARGET)
 
 format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i

@@ -113,7 +113,9 @@ std::string iso8601(const TIMEDATE& value) {
   const std::time_t as_time_t = static_cast<std::time_t>(gmt_seconds);
   std::tm local{};
   localtime_r(&as_time_t, &local);
-  const long offset = local.tm_gmtoff;
+  // An offset with seconds (a zone's local mean time of old) is cut to whole
+  // minutes, the clock shifted with it, so the text names the same instant.
+  const long offset = local.tm_gmtoff / 60 * 60;
   const long long local_seconds = gmt_seconds + offset;
   const long long local_days = local_seconds >= 0 ? local_seconds / 86400 : (local_seconds - 86399) / 86400;
   const long long clock = local_seconds - local_days * 86400;
@@ -162,6 +164,9 @@ std::optional<TIMEDATE> parse_iso8601(std::string_view text) {
   const long long gmt_days = gmt_seconds >= 0 ? gmt_seconds / 86400 : (gmt_seconds - 86399) / 86400;
   const long long julian = gmt_days + kJulianDayOf1970;
   if (julian < 1 || julian > static_cast<long long>(kJulianMask)) return std::nullopt;
+  // Only instants a day or more inside the four-digit years: their text in
+  // any zone has a four-digit year again, so it reads back.
+  if (gmt_days < days_from_civil(0, 1, 2) || gmt_days > days_from_civil(9999, 12, 30)) return std::nullopt;
   TIMEDATE now{};
   OSCurrentTIMEDATE(&now);
   TIMEDATE result{};

@@ -42,6 +42,26 @@ TEST_F(TimeText, InstantsRoundTripThroughTheLocalZone) {
   EXPECT_EQ(iso8601(*parse_iso8601("2026-07-01T12:00:00-0530")), "2026-07-01T19:30:00+02:00");
 }
 
+// Found by fuzzing: a zone's offset of old (local mean time, with seconds)
+// and instants at the ends of the four-digit years must still print text
+// that reads back as the same instant.
+TEST_F(TimeText, OldZoneOffsetsAndTheEndsOfTheYearsRoundTrip) {
+  setenv("TZ", "Europe/Berlin", 1);  // +00:53:28 before 1893
+  tzset();
+  const auto old = parse_iso8601("1013-03-29T02:30+0100");
+  ASSERT_TRUE(old);
+  const std::string printed = iso8601(*old);
+  EXPECT_EQ(printed, "1013-03-29T02:23:00+00:53");
+  const auto again = parse_iso8601(printed);
+  ASSERT_TRUE(again);
+  EXPECT_EQ(iso8601(*again), printed);
+  EXPECT_EQ(again->Innards[0], old->Innards[0]);
+
+  EXPECT_FALSE(parse_iso8601("9999-12-31T23:00-14:00")) << "its text here would need a five-digit year";
+  EXPECT_FALSE(parse_iso8601("0000-01-01T00:30+01:00"));
+  EXPECT_TRUE(parse_iso8601("9999-12-30T12:00Z"));
+}
+
 TEST_F(TimeText, DateOnlyAndTimeOnlyValues) {
   const auto date = parse_iso8601("2024-02-29");
   ASSERT_TRUE(date);

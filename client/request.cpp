@@ -75,36 +75,49 @@ Queue open_task_queue(const char* name) {
 }
 
 // A reply queue name taken from the servlet list, put back at scope end.
+// The list is held open only for the get and for the put back: a front end
+// that held the task's queues while it waits would keep them alive after
+// the task ended, and the task refuses to start while its queues exist.
 class BorrowedName {
  public:
-  BorrowedName(Queue& list, long long timeout_ms) : list_(list) {
-    const auto name = list_.get(timeout_ms);
+  explicit BorrowedName(long long timeout_ms) {
+    Queue list = open_task_queue(kServletListQueue);
+    const auto name = list.get(timeout_ms);
     if (!name) {
-      throw NoReply("no reply queue name free on " + list_.name() + " within " + std::to_string(timeout_ms) + " ms");
+      throw NoReply("no reply queue name free on " + list.name() + " within " + std::to_string(timeout_ms) + " ms");
     }
     name_ = *name;
   }
   BorrowedName(const BorrowedName&) = delete;
   BorrowedName& operator=(const BorrowedName&) = delete;
   ~BorrowedName() {
+    if (!give_back_) return;
     try {
-      list_.put(name_);
+      Queue::open(kServletListQueue).put(name_);
     } catch (const Failure&) {
       // The task's list is gone or quitting: the name dies with it.
     }
   }
   const std::string& name() const { return name_; }
+  // The name is another copy of one in use (a restarted task filled its
+  // list anew while front ends still held names of the old one): this copy
+  // is dropped, so the list holds each name once again.
+  void drop() { give_back_ = false; }
 
  private:
-  Queue& list_;
   std::string name_;
+  bool give_back_ = true;
 };
 
 // The reply queue, made for this request (a live queue of that name belongs
 // to another request in flight).
+struct ReplyQueueInUse : Failure {
+  using Failure::Failure;
+};
+
 Queue make_reply_queue(const std::string& name) {
   const STATUS status = MQCreate(name.c_str(), 0, 0);
-  if (ERR(status) == ERR_DUPLICATE_MQ) throw Failure("reply queue " + name + " is in use by another request");
+  if (ERR(status) == ERR_DUPLICATE_MQ) throw ReplyQueueInUse("reply queue " + name + " is in use by another request");
   check(status, "cannot create reply queue " + name);
   return Queue::open(name);
 }
@@ -115,10 +128,7 @@ long long milliseconds_since(std::chrono::steady_clock::time_point start) {
 
 // Writes the document, puts its path on the request queue and waits.
 RequestOutcome exchange(const RequestOptions& options, const std::string& document,
-                        const std::optional<std::string>& reply_queue_name) {
-  Queue requests = open_task_queue(kRequestQueue);
-  std::optional<Queue> reply_queue;
-  if (reply_queue_name) reply_queue.emplace(make_reply_queue(*reply_queue_name));
+                        std::optional<Queue> reply_queue) {
 
   RequestOutcome outcome;
   const std::filesystem::path path = new_request_path(options.kind);
@@ -138,7 +148,7 @@ RequestOutcome exchange(const RequestOptions& options, const std::string& docume
   } cleanup{path, options.keep_file || !reply_queue};  // without a reply the task may read it any time
 
   const auto start = std::chrono::steady_clock::now();
-  requests.put(outcome.path);
+  open_task_queue(kRequestQueue).put(outcome.path);  // closed at once, not held while waiting
   if (reply_queue) {
     outcome.reply = reply_queue->get(options.timeout_ms);
     outcome.elapsed_ms = milliseconds_since(start);
@@ -153,14 +163,28 @@ RequestOutcome exchange(const RequestOptions& options, const std::string& docume
 RequestOutcome send_request(const RequestOptions& options) {
   if (!options.raw_file.empty()) {
     const std::string document = read_file(options.raw_file);
-    return exchange(options, document, reply_queue_named_in(document));
+    const auto reply_queue_name = reply_queue_named_in(document);
+    std::optional<Queue> reply_queue;
+    if (reply_queue_name) reply_queue.emplace(make_reply_queue(*reply_queue_name));
+    return exchange(options, document, std::move(reply_queue));
   }
-  Queue servlet_list = open_task_queue(kServletListQueue);
-  BorrowedName reply_name(servlet_list, options.timeout_ms);
-  RequestValues values = options.values;
-  values.reply_queue = reply_name.name();
-  values.action = std::string(action_of(options.kind));
-  return exchange(options, request_document(values), reply_name.name());
+  // A name in use is a second copy of it; the next name is taken instead.
+  constexpr int kAttempts = 8;
+  for (int attempt = 1;; ++attempt) {
+    BorrowedName reply_name(options.timeout_ms);
+    std::optional<Queue> reply_queue;
+    try {
+      reply_queue.emplace(make_reply_queue(reply_name.name()));
+    } catch (const ReplyQueueInUse&) {
+      if (attempt == kAttempts) throw;
+      reply_name.drop();
+      continue;
+    }
+    RequestValues values = options.values;
+    values.reply_queue = reply_name.name();
+    values.action = std::string(action_of(options.kind));
+    return exchange(options, request_document(values), std::move(reply_queue));
+  }
 }
 
 }  // namespace tarnwick::client

@@ -247,6 +247,12 @@ std::string RequestFile::refusalText() const {
   return "";
 }
 
+namespace {
+thread_local size_t t_largestRead = 0;
+}  // namespace
+
+size_t takeLargestRequestRead() { return std::exchange(t_largestRead, 0); }
+
 bool RequestFile::read(std::string& content) {
   content.clear();
   if (fd_ < 0) return false;
@@ -277,6 +283,7 @@ bool RequestFile::read(std::string& content) {
     return false;
   }
   content.resize(total);
+  t_largestRead = std::max(t_largestRead, total);
   return true;
 }
 

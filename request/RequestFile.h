@@ -101,4 +101,9 @@ class RequestFile {
   std::string detail_;  // system error text of Unreadable
 };
 
+// The size of the largest request file this thread has read since the last
+// call, and starts counting anew: a worker that read a large one gives the
+// memory it took back to the system once the request is done.
+size_t takeLargestRequestRead();
+
 #endif  // TARNWICK_REQUEST_REQUESTFILE_H

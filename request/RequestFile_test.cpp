@@ -155,6 +155,31 @@ TEST_F(RequestFileTest, ReplaceLeavesExactlyTheNewContent) {
   }
 }
 
+// Files past the first read buffer come whole; a file that grows beyond the
+// limit while it is read in steps is still refused. The thread remembers
+// the largest file it read until asked.
+TEST_F(RequestFileTest, LargeFilesReadWholeAndTheLargestReadIsReported) {
+  (void)takeLargestRequestRead();
+  std::string text(300 * 1024 + 7, 'a');
+  for (size_t i = 0; i < text.size(); i += 4096) text[i] = static_cast<char>('b' + i / 4096 % 20);
+  policy_.maxBytes = 400 * 1024;
+  RequestFile file = RequestFile::open(write(spool() / "large.xml", text).string(), policy_);
+  ASSERT_TRUE(file.isOpen());
+  std::string content;
+  ASSERT_TRUE(file.read(content));
+  EXPECT_EQ(content, text);
+  EXPECT_EQ(takeLargestRequestRead(), text.size());
+  EXPECT_EQ(takeLargestRequestRead(), 0u) << "counting starts anew";
+
+  policy_.maxBytes = 200 * 1024;
+  RequestFile small = RequestFile::open(write(spool() / "small.xml", std::string(100 * 1024, 'x')).string(), policy_);
+  ASSERT_TRUE(small.isOpen());
+  std::ofstream(spool() / "small.xml", std::ios::app) << std::string(150 * 1024, 'y');
+  EXPECT_FALSE(small.read(content));
+  EXPECT_EQ(small.refusal(), RequestFile::Refusal::TooLarge);
+  EXPECT_EQ(takeLargestRequestRead(), 0u) << "a refused file is not counted";
+}
+
 TEST_F(RequestFileTest, PolicyComesFromTheDataDirectoryAndNotesIni) {
   const fs::path data = dir_ / "data";
   auto load = [&](const std::string& lines) {

@@ -1,12 +1,27 @@
 // The request worker thread.
+#include <malloc.h>
+
 #include <cstring>
 #include <memory>
 #include <string>
 
 #include "osenv.h"
 #include "request/IPOOO.h"
+#include "request/RequestFile.h"
 #include "request/RequestTools.h"
 #include "task/NDAgent.h"
+
+namespace {
+// Requests are a few hundred bytes; one this large leaves memory to give back.
+constexpr size_t kTrimAfterRequestBytes = 256 * 1024;
+
+// The allocator would keep what a large request's document and its parse
+// took (tens of megabytes for a request of ten) in this worker's arena for
+// later requests; after such a request it goes back to the system.
+void give_back_memory_of_large_request() {
+  if (takeLargestRequestRead() >= kTrimAfterRequestBytes) malloc_trim(0);
+}
+}  // namespace
 
 RequestKind requestKindOf(const char* messageText) {
   if (std::strstr(messageText, kMarkerInstallIOS) != nullptr) return RequestKind::InstallIOSPage;
@@ -46,6 +61,8 @@ void run_request_of_record(const RequestThreadRecord& record) {
   if (NotesInitThread() != NOERROR) return;
   auto context = std::make_unique<IPOOO>();
   process_request_record(record, *context);
+  context.reset();
+  give_back_memory_of_large_request();
   NotesTermThread();
 }
 
@@ -54,6 +71,7 @@ void run_request_of_record(const RequestThreadRecord& record, RequestTools& tool
   auto context = std::make_unique<IPOOO>(tools);
   process_request_record(record, *context);
   context.reset();
+  give_back_memory_of_large_request();
   NotesTermThread();
 }
 
