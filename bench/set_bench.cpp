@@ -23,35 +23,19 @@
 #include "nsfdb.h"
 #include "nsfnote.h"
 #include "nsfprofile.h"
+#include "tests/support/request_dates.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using namespace tarnwick::bench;
+using tarnwick::testing::requestDateAttributes;
 
 constexpr char kMailServer[] = "CN=Mail1/O=Acme";
 constexpr int kPersons = 100;
 
 std::string mailFile(int person) { return "mail/user" + std::to_string(person) + ".nsf"; }
 std::string userName(int person) { return "CN=User " + std::to_string(person) + "/O=Acme"; }
-
-// The date attributes of a request for local midnight some days ahead.
-std::string dateAttributes(const char* prefix, int days) {
-  std::time_t now = std::time(nullptr);
-  std::tm day{};
-  localtime_r(&now, &day);
-  day.tm_mday += days;
-  day.tm_isdst = -1;
-  std::mktime(&day);
-  std::string out;
-  const std::pair<const char*, int> parts[] = {{"Year", day.tm_year + 1900}, {"Month", day.tm_mon + 1},
-                                               {"Day", day.tm_mday},         {"Hour", 9},
-                                               {"Min", 0},                   {"Sec", 0}};
-  for (const auto& [name, value] : parts) {
-    out += std::string(" ") + prefix + name + "='" + std::to_string(value) + "'";
-  }
-  return out;
-}
 
 // Absences of the person are booked as busy time in the calendar.
 void bookBusyTime(DataDirectory& directory, const std::string& path) {
@@ -116,7 +100,7 @@ class Client : public FrontEnd {
                           kMailServer + "' MailBox='" + mailFile(person) + "'";
     if (set) {
       request += std::string(" OOOEnable='") + (on_[slot] ? "1" : "0") + "' Subject='Away'" +
-                 dateAttributes("StartTime", 1) + dateAttributes("EndTime", 5);
+                 requestDateAttributes("StartTime", 1) + requestDateAttributes("EndTime", 5);
     }
     request += '>';
     request += userName(person);

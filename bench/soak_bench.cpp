@@ -34,12 +34,15 @@
 
 #include "bench/end_to_end.h"
 #include "osenv.h"
-#include "tasklist.h"
+#include "tests/support/request_dates.h"
+#include "tests/support/running_task.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using namespace tarnwick::bench;
+using tarnwick::testing::requestDateAttributes;
+using tarnwick::testing::runningTaskPid;
 using Clock = std::chrono::steady_clock;
 
 struct Options {
@@ -92,36 +95,12 @@ TaskSample sample(pid_t pid) {
   return out;
 }
 
-std::optional<pid_t> taskPid() {
-  std::optional<pid_t> found;
-  TaskEnumStatusLines(
-      [](void* param, const TASK_STATUS_LINE* line) {
-        if (std::strcmp(line->TaskName, "Tarnwick") == 0) *static_cast<std::optional<pid_t>*>(param) = line->ProcessID;
-      },
-      &found);
-  return found;
-}
-
-// Request dates: local 09:00 some days ahead.
-std::string dateAttributes(const char* prefix, int days) {
-  std::time_t now = std::time(nullptr);
-  std::tm day{};
-  localtime_r(&now, &day);
-  day.tm_mday += days;
-  day.tm_isdst = -1;
-  std::mktime(&day);
-  char text[160];
-  std::snprintf(text, sizeof text, " %sYear='%d' %sMonth='%d' %sDay='%d' %sHour='9' %sMin='0' %sSec='0'", prefix,
-                day.tm_year + 1900, prefix, day.tm_mon + 1, prefix, day.tm_mday, prefix, prefix, prefix);
-  return text;
-}
-
 std::string request(const std::string& replyQueue, int user, std::optional<bool> setOn, const std::string& extra = "") {
   std::string text = "<OOORequest><Username MQName='" + replyQueue + "' Action='" + (setOn ? "2" : "1") +
                      "' MailServer='CN=Mail1/O=Acme' MailBox='" + mailFile(user) + "'";
   if (setOn) {
-    text += std::string(" OOOEnable='") + (*setOn ? "1" : "0") + "' Subject='Away'" + dateAttributes("StartTime", 1) +
-            dateAttributes("EndTime", 5);
+    text += std::string(" OOOEnable='") + (*setOn ? "1" : "0") + "' Subject='Away'" + requestDateAttributes("StartTime", 1) +
+            requestDateAttributes("EndTime", 5);
   }
   return text + ">" + userName(user) + "</Username>" + extra + "</OOORequest>";
 }
@@ -247,7 +226,7 @@ int Soak::run() {
     return 1;
   }
   RunningTask task(directory_, std::to_string(options_.workers));
-  const std::optional<pid_t> pid = task.failure().empty() ? taskPid() : std::nullopt;
+  const std::optional<pid_t> pid = task.failure().empty() ? runningTaskPid("Tarnwick") : std::nullopt;
   if (!pid) {
     std::fprintf(stderr, "soak: the task did not start: %s\n", task.failure().c_str());
     return 1;

@@ -51,8 +51,9 @@
 #include "osenv.h"
 #include "request.h"
 #include "session.h"
-#include "tasklist.h"
 #include "tests/support/processes.h"
+#include "tests/support/request_dates.h"
+#include "tests/support/running_task.h"
 
 namespace {
 
@@ -100,12 +101,7 @@ std::string userName(int user) { return "User " + std::to_string(user) + "/Acme"
 
 // Local date some days ahead at 09:00.
 tarnwick::client::LocalDateTime daysAhead(int days) {
-  std::time_t now = std::time(nullptr);
-  std::tm day{};
-  localtime_r(&now, &day);
-  day.tm_mday += days;
-  day.tm_isdst = -1;
-  std::mktime(&day);
+  const std::tm day = tarnwick::testing::localDayAhead(days);
   return {day.tm_year + 1900, day.tm_mon + 1, day.tm_mday, 9, 0, 0};
 }
 
@@ -169,7 +165,6 @@ class Trials {
   bool admin(const std::vector<std::string>& args);
   bool startServer();
   void stopServer();
-  std::optional<pid_t> taskPid() const;
   double waitForAnswer(Clock::time_point since);
   void client(int index, unsigned seed, const std::atomic<bool>& stop, TrialCounts& counts);
   long checkNotes(std::vector<std::string>& problems);
@@ -251,16 +246,6 @@ void Trials::stopServer() {
   ::kill(server_, SIGKILL);
   ::waitpid(server_, nullptr, 0);
   server_ = -1;
-}
-
-std::optional<pid_t> Trials::taskPid() const {
-  std::optional<pid_t> found;
-  TaskEnumStatusLines(
-      [](void* param, const TASK_STATUS_LINE* line) {
-        if (std::strcmp(line->TaskName, "Tarnwick") == 0) *static_cast<std::optional<pid_t>*>(param) = line->ProcessID;
-      },
-      &found);
-  return found;
 }
 
 // Milliseconds from since until a query is answered "OK"; negative when
@@ -391,7 +376,7 @@ bool Trials::trial(int number) {
   }
   std::this_thread::sleep_for(std::chrono::milliseconds(100 + random_() % std::max(1, options_.maxKillDelayMs - 100)));
 
-  const std::optional<pid_t> task = taskPid();
+  const std::optional<pid_t> task = tarnwick::testing::runningTaskPid("Tarnwick");
   const auto killed = Clock::now();
   if (wholeServer) {
     ::kill(server_, SIGKILL);
