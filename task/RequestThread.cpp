@@ -57,22 +57,26 @@ void process_request_record(const RequestThreadRecord& record, IPOOO& context) {
   context.reset(1);
 }
 
-void run_request_of_record(const RequestThreadRecord& record) {
+namespace {
+// One request on this thread: the thread's platform state, a fresh context
+// made by `makeContext`, and the memory of a large request given back.
+template <class MakeContext>
+void run_request_with(const RequestThreadRecord& record, MakeContext makeContext) {
   if (NotesInitThread() != NOERROR) return;
-  auto context = std::make_unique<IPOOO>();
+  std::unique_ptr<IPOOO> context = makeContext();
   process_request_record(record, *context);
   context.reset();
   give_back_memory_of_large_request();
   NotesTermThread();
 }
+}  // namespace
+
+void run_request_of_record(const RequestThreadRecord& record) {
+  run_request_with(record, [] { return std::make_unique<IPOOO>(); });
+}
 
 void run_request_of_record(const RequestThreadRecord& record, RequestTools& tools) {
-  if (NotesInitThread() != NOERROR) return;
-  auto context = std::make_unique<IPOOO>(tools);
-  process_request_record(record, *context);
-  context.reset();
-  give_back_memory_of_large_request();
-  NotesTermThread();
+  run_request_with(record, [&tools] { return std::make_unique<IPOOO>(tools); });
 }
 
 void* run_ooo_message_thread(void* record) {
