@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <pthread.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -79,6 +80,27 @@ void remove_sidecars(const std::filesystem::path& path) {
   ::unlink(sidecar(path, "-shm").c_str());
   ::unlink(sidecar(path, "-journal").c_str());
 }
+
+// Holds a folder's lock while databases in it are made, so that one
+// creator's check, clean-up and link are one step for every other process.
+class FolderLock {
+ public:
+  explicit FolderLock(const std::filesystem::path& directory)
+      : fd_(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+    if (fd_ >= 0) {
+      while (::flock(fd_, LOCK_EX) != 0 && errno == EINTR) {
+      }
+    }
+  }
+  ~FolderLock() {
+    if (fd_ >= 0) ::close(fd_);  // closing releases the lock
+  }
+  FolderLock(const FolderLock&) = delete;
+  FolderLock& operator=(const FolderLock&) = delete;
+
+ private:
+  int fd_;
+};
 
 void sync_directory(const std::filesystem::path& directory) {
   int fd = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY);
@@ -301,9 +323,16 @@ STATUS create_database_file(const std::filesystem::path& path, const CreateOptio
     remove_sidecars(path);
     if (::rename(temporary.c_str(), path.c_str()) != 0) status = status_from_errno(errno);
   } else {
-    remove_sidecars(path);  // left over from a database deleted by hand
-    // link() fails when the name exists: two creators cannot both win.
-    if (::link(temporary.c_str(), path.c_str()) != 0) status = status_from_errno(errno);
+    // Creators in other processes may have won meanwhile and be writing
+    // already: the journal files are only stale while the name is free.
+    FolderLock lock(directory.empty() ? std::filesystem::path(".") : directory);
+    struct stat winner {};
+    if (::stat(path.c_str(), &winner) == 0) {
+      status = ERR_EXISTS;
+    } else {
+      remove_sidecars(path);  // left over from a database deleted by hand
+      if (::link(temporary.c_str(), path.c_str()) != 0) status = status_from_errno(errno);
+    }
     ::unlink(temporary.c_str());
   }
   if (status) {

@@ -1,11 +1,16 @@
 // Databases as files: create, open, delete, paths, properties, bad files.
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <fstream>
+#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "globerr.h"
 #include "nsfdb.h"
 #include "nsfnote.h"
+#include "nsfsearch.h"
 #include "store/test_data_dir.h"
 
 namespace {
@@ -153,6 +158,59 @@ TEST_F(DatabaseTest, AbsolutePathsAreTakenAsGivenInsideTheDataDirectory) {
   const fs::path outside = root_ / "elsewhere" / "abs.nsf";
   EXPECT_EQ(NSFDbCreate(outside.c_str(), 0, FALSE), ERR_NOEXIST);
   EXPECT_FALSE(fs::exists(outside));
+}
+
+// Processes that start using a database the moment it exists (the server
+// log, written by every task) may race to create it; the one that loses
+// must not disturb the files of the one that won.
+TEST_F(DatabaseTest, ProcessesRacingToCreateADatabaseAllWriteToTheSameOne) {
+  constexpr int kProcesses = 6;
+  for (int round = 0; round < 20; ++round) {
+    const std::string name = "race" + std::to_string(round) + ".nsf";
+    int start[2];
+    ASSERT_EQ(::pipe(start), 0);
+    std::vector<pid_t> children;
+    for (int child = 0; child < kProcesses; ++child) {
+      const pid_t pid = ::fork();
+      ASSERT_GE(pid, 0);
+      if (pid != 0) {
+        children.push_back(pid);
+        continue;
+      }
+      ::close(start[1]);
+      char go = 0;
+      if (::read(start[0], &go, 1) != 0) _exit(2);
+      STATUS created = NSFDbCreate(name.c_str(), 0, FALSE);
+      if (created != NOERROR && created != ERR_EXISTS) _exit(3);
+      DBHANDLE db = NULLHANDLE;
+      if (NSFDbOpen(name.c_str(), &db) != NOERROR) _exit(4);
+      for (int line = 0; line < 3; ++line) {
+        NOTEHANDLE note = NULLHANDLE;
+        if (NSFNoteCreate(db, &note) != NOERROR) _exit(5);
+        if (NSFNoteUpdate(note, 0) != NOERROR) _exit(6);
+        NSFNoteClose(note);
+      }
+      NSFDbClose(db);
+      _exit(0);
+    }
+    ::close(start[0]);
+    ::close(start[1]);  // releases every child at once
+    for (pid_t pid : children) {
+      int status = -1;
+      ::waitpid(pid, &status, 0);
+      ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "round " << round << ": status " << status;
+    }
+    DBHANDLE db = NULLHANDLE;
+    ASSERT_EQ(NSFDbOpen(name.c_str(), &db), NOERROR);
+    int documents = 0;
+    auto count = [](void* counter, SEARCH_MATCH*, ITEM_TABLE*) -> STATUS {
+      ++*static_cast<int*>(counter);
+      return NOERROR;
+    };
+    ASSERT_EQ(NSFSearch(db, NULLHANDLE, nullptr, 0, NOTE_CLASS_DOCUMENT, nullptr, count, &documents, nullptr), NOERROR);
+    NSFDbClose(db);
+    EXPECT_EQ(documents, kProcesses * 3) << "round " << round;
+  }
 }
 
 }  // namespace
