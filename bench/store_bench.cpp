@@ -6,6 +6,9 @@
 //   NoteUpdate5Items      open a note, replace 5 items, NSFNoteUpdate (synced
 //                         commit), close
 //   Search10000           NSFSearch over 10,000 documents, with summaries
+//   FindFormAmongDocuments/N  NIFFindDesignNote and NSFDbModifiedTime in a
+//                         database holding N documents besides its form (a
+//                         mail file whose calendar has grown): flat in N
 //
 // Each runs on a fresh data directory under $TMPDIR.
 #include <unistd.h>
@@ -21,6 +24,7 @@
 #include "globerr.h"
 #include "nsfdata.h"
 #include "nsfdb.h"
+#include "nsfdesign.h"
 #include "nsfnote.h"
 #include "nsfprofile.h"
 #include "nsfsearch.h"
@@ -150,6 +154,41 @@ void Search10000(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * 10000);
 }
 BENCHMARK(Search10000)->Unit(benchmark::kMillisecond);
+
+void FindFormAmongDocuments(benchmark::State& state) {
+  fixture();
+  const long documents = state.range(0);
+  const std::string name = "designs" + std::to_string(documents) + ".nsf";
+  DBHANDLE db = NULLHANDLE;
+  NSFDbCreate(name.c_str(), 0, TRUE);
+  NSFDbOpen(name.c_str(), &db);
+  NOTEHANDLE form = NULLHANDLE;
+  NSFNoteCreate(db, &form);
+  WORD form_class = NOTE_CLASS_FORM;
+  NSFNoteSetInfo(form, _NOTE_CLASS, &form_class);
+  NSFItemSetText(form, "$TITLE", "Appointment", MAXWORD);
+  NSFNoteUpdate(form, 0);
+  NSFNoteClose(form);
+  for (long i = 0; i < documents; ++i) {
+    NOTEHANDLE note = NULLHANDLE;
+    NSFNoteCreate(db, &note);
+    NSFItemSetText(note, "Form", "Appointment", MAXWORD);
+    NSFItemSetText(note, "Subject", ("Out of office " + std::to_string(i)).c_str(), MAXWORD);
+    NSFNoteUpdate(note, UPDATE_NOCOMMIT);
+    NSFNoteClose(note);
+  }
+  for (auto _ : state) {
+    NOTEID id = 0;
+    if (NIFFindDesignNote(db, "Appointment", NOTE_CLASS_FORM, &id) != NOERROR) state.SkipWithError("no form");
+    TIMEDATE data{};
+    TIMEDATE design{};
+    if (NSFDbModifiedTime(db, &data, &design) != NOERROR) state.SkipWithError("no modified time");
+    benchmark::DoNotOptimize(id);
+  }
+  NSFDbClose(db);
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(FindFormAmongDocuments)->Arg(0)->Arg(20000)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 

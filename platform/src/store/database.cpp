@@ -2,6 +2,7 @@
 // database.h and, for the schema, database_file.h).
 #include "store/database.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "core/handle_table.h"
@@ -471,9 +472,11 @@ STATUS Database::design_notes(WORD class_mask, const DesignFunction& function) {
   std::vector<Row> rows;
   {
     std::lock_guard lock(connection_->mutex);
+    // Design notes are a handful among what may be many thousands of
+    // documents (class 1): the range on the class index skips them all.
     Statement query = connection_->prepare(
         "SELECT note_id, note_class, title, design_flags FROM notes "
-        "WHERE deleted = 0 AND (note_class & ?1) != 0 AND (note_class & 1) = 0 ORDER BY note_id");
+        "WHERE note_class >= 2 AND deleted = 0 AND (note_class & ?1) != 0 AND (note_class & 1) = 0");
     query.bind(1, class_mask);
     int rc;
     while ((rc = query.step()) == SQLITE_ROW) {
@@ -482,6 +485,7 @@ STATUS Database::design_notes(WORD class_mask, const DesignFunction& function) {
     }
     if (rc != SQLITE_DONE) return status_from_sqlite(rc);
   }
+  std::sort(rows.begin(), rows.end(), [](const Row& a, const Row& b) { return a.id < b.id; });
   for (const auto& row : rows) {
     if (STATUS status = function(row.id, row.note_class, row.title, row.flags)) return status;
   }
@@ -531,9 +535,13 @@ STATUS Database::put_meta_bytes(const char* key, std::string_view value) {
 STATUS Database::modified_times(TIMEDATE* data, TIMEDATE* non_data) {
   std::lock_guard lock(connection_->mutex);
   for (int data_kind = 0; data_kind < 2; ++data_kind) {
+    // The newest notes are mostly documents: design notes are found through
+    // the class index rather than by walking back past every document.
     Statement row = connection_->prepare(
-        "SELECT modified FROM notes WHERE (note_class & 1) = ?1 ORDER BY modified_moment DESC LIMIT 1");
-    row.bind(1, data_kind);
+        data_kind == 1
+            ? "SELECT modified FROM notes WHERE (note_class & 1) = 1 ORDER BY modified_moment DESC LIMIT 1"
+            : "SELECT modified FROM notes WHERE note_class >= 2 AND (note_class & 1) = 0 "
+              "ORDER BY modified_moment DESC LIMIT 1");
     int rc = row.step();
     TIMEDATE when{};
     if (rc == SQLITE_ROW) {
