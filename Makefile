@@ -35,7 +35,8 @@ bench: release
 	@bench/run build/release
 
 fuzz: deps
-	@cmake -S . -B build/fuzz -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+	@cmake -S . -B build/fuzz -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-g -O1" \
+		-DCMAKE_C_FLAGS_DEBUG="-g -O1" -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
 		-DTARNWICK_FUZZ=ON $(CMAKE_FLAGS) >/dev/null
 	@cmake --build build/fuzz -j $(JOBS)
 	@echo "fuzz targets are in build/fuzz (run one with its corpus folder, e.g. build/fuzz/platform/fuzz_time_text platform/src/time/corpus/fuzz_time_text)"

@@ -2,6 +2,7 @@
 #include "store/sqlite.h"
 
 #include <memory>
+#include <mutex>
 
 #include "globerr.h"
 
@@ -81,8 +82,24 @@ std::string_view Statement::column_bytes(int index) const {
   return {static_cast<const char*>(data), static_cast<size_t>(size)};
 }
 
+namespace {
+
+// Every connection has a page cache of its own, and a server keeps dozens of
+// connections to files that grow for as long as it runs (the log, mail files
+// with years of calendar entries). Past this much memory in all, the caches
+// reuse their pages instead of taking more.
+constexpr sqlite3_int64 kPageCacheMemoryLimit = 8 << 20;
+
+void limit_page_cache_memory() {
+  static std::once_flag once;
+  std::call_once(once, [] { sqlite3_soft_heap_limit64(kPageCacheMemoryLimit); });
+}
+
+}  // namespace
+
 STATUS Connection::open(const std::string& path, bool create, std::unique_ptr<Connection>* out) {
   out->reset();
+  limit_page_cache_memory();
   sqlite3* db = nullptr;
   int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | (create ? SQLITE_OPEN_CREATE : 0);
   int rc = sqlite3_open_v2(path.c_str(), &db, flags, nullptr);
