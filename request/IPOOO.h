@@ -102,6 +102,10 @@ class IPOOO {
   // then becomes MailServer). Raises when raiseOnFailure, else returns the
   // status.
   STATUS getOOOProfile(int raiseOnFailure);
+  // getOOOProfile's mail database part: the profiles are opened only
+  // withProfiles, or when a server of the cluster stands in for the mail
+  // server (it is taken only when they open). Returns the status.
+  STATUS openMailDatabase(bool withProfiles);
   // The servers of the cluster that serverName belongs to, in directory order.
   WORD get_server_cluster(const char* serverName, std::vector<std::string>& servers);
   // 1 agent mode, 0 service mode; also stored in agentMode.
