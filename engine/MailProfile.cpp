@@ -68,12 +68,18 @@ void forEachMatch(void* lookup, Visit visit) {
 }  // namespace
 
 STATUS IPOOO::getOOOProfile(int raiseOnFailure) {
+  const STATUS status = openMailDatabase(true);
+  if (status != NOERROR && raiseOnFailure != 0) throw IPException("getOOOProfile", getErrorMsg(status).c_str());
+  return status;
+}
+
+STATUS IPOOO::openMailDatabase(bool withProfiles) {
   char path[MAXPATH] = {0};
   STATUS status = OSPathNetConstruct(nullptr, MailServer.c_str(), MailBox.c_str(), path);
   if (status == NOERROR) {
     status = NSFDbOpen(path, &hMailDb);
     if (status == NOERROR) {
-      status = openProfiles(hMailDb, &hProfile, &hServiceProfile);
+      if (withProfiles) status = openProfiles(hMailDb, &hProfile, &hServiceProfile);
     } else if (status == kServerUnreachable) {
       hMailDb = NULLHANDLE;
       std::vector<std::string> cluster;
@@ -90,6 +96,7 @@ STATUS IPOOO::getOOOProfile(int raiseOnFailure) {
         }
         hMailDb = db;
         MailServer = server;
+        // A server of the cluster stands in only when its profiles open.
         status = openProfiles(hMailDb, &hProfile, &hServiceProfile);
         if (status != NOERROR) {
           NSFDbClose(hMailDb);
@@ -98,7 +105,6 @@ STATUS IPOOO::getOOOProfile(int raiseOnFailure) {
       }
     }
   }
-  if (status != NOERROR && raiseOnFailure != 0) throw IPException("getOOOProfile", getErrorMsg(status).c_str());
   return status;
 }
 

@@ -71,8 +71,9 @@ class SetTransaction {
   bool open_ = false;
 };
 
-// Opens both profiles again, as stored now (the service profile is
-// optional, as when they were first opened).
+// Opens both profiles as stored now, closing any open ones first (the
+// service profile is optional: only the out-of-office profile's status
+// counts).
 STATUS reopenProfiles(DBHANDLE db, NOTEHANDLE* profile, NOTEHANDLE* serviceProfile) {
   if (*profile != NULLHANDLE) NSFNoteClose(*profile);
   if (*serviceProfile != NULLHANDLE) NSFNoteClose(*serviceProfile);
@@ -87,11 +88,16 @@ STATUS reopenProfiles(DBHANDLE db, NOTEHANDLE* profile, NOTEHANDLE* serviceProfi
 
 std::string& IPOOO::setOOO(std::string& replyPath) {
   errorText = "OK";
-  getOOOProfile(1);
+  // The profiles are read inside the transaction, as stored when it begins;
+  // only a server standing in for the mail server has them open already.
+  STATUS status = openMailDatabase(false);
+  if (status != NOERROR) throw IPException("getOOOProfile", getErrorMsg(status).c_str());
   SetTransaction transaction(hMailDb);
-  STATUS status = transaction.begin();
-  if (status == NOERROR) status = reopenProfiles(hMailDb, &hProfile, &hServiceProfile);
+  status = transaction.begin();
   if (status != NOERROR) throw IPException("setOOO", getErrorMsg(status).c_str());
+  const bool firstOpen = hProfile == NULLHANDLE;
+  status = reopenProfiles(hMailDb, &hProfile, &hServiceProfile);
+  if (status != NOERROR) throw IPException(firstOpen ? "getOOOProfile" : "setOOO", getErrorMsg(status).c_str());
   getOOOType();
   setOOOContent();
   PostOpen();

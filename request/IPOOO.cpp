@@ -75,12 +75,6 @@ IPOOO::~IPOOO() {
   giveBackToolkitUse();
 }
 
-XMLStringTranslate& IPOOO::spareUtf8(std::unique_ptr<XMLStringTranslate>& own) {
-  if (borrowed_ != nullptr) return borrowed_->utf8();
-  own = std::make_unique<XMLStringTranslate>("utf-8");
-  return *own;
-}
-
 std::string IPOOO::utf8Of(const XMLCh* text) {
   if (borrowed_ != nullptr) return borrowed_->utf8().translate(text);
   XMLStringTranslate own("UTF-8");

@@ -102,6 +102,10 @@ class IPOOO {
   // then becomes MailServer). Raises when raiseOnFailure, else returns the
   // status.
   STATUS getOOOProfile(int raiseOnFailure);
+  // getOOOProfile's mail database part: the profiles are opened only
+  // withProfiles, or when a server of the cluster stands in for the mail
+  // server (it is taken only when they open). Returns the status.
+  STATUS openMailDatabase(bool withProfiles);
   // The servers of the cluster that serverName belongs to, in directory order.
   WORD get_server_cluster(const char* serverName, std::vector<std::string>& servers);
   // 1 agent mode, 0 service mode; also stored in agentMode.
@@ -198,8 +202,8 @@ class IPOOO {
   // User_Status "0" and an ErrorMsg. Returns errorText, "OK".
   std::string& getUserStatus(std::string& replyPath);
   // Appends the full User element of the user whose profile this context
-  // holds (after getOOOProfile, getOOOType, getOOOContent) to root.
-  void getOOOUserInfo(ReplyDocument& reply, xercesc::DOMElement* root);
+  // holds (after getOOOProfile, getOOOType, getOOOContent) to the reply.
+  void getOOOUserInfo(ReplyDocument& reply);
   // Appends a record per directory match of name in "$Users" (only the
   // first when singleMatchFlag is non-zero). A name not found is no error
   // and appends nothing.
@@ -227,9 +231,6 @@ class IPOOO {
   // The UTF-8 form of a toolkit text (null gives ""), through a converter
   // that is not the context's own.
   std::string utf8Of(const XMLCh* text);
-  // A UTF-8 converter that is not the context's own: the worker's, else one
-  // made into own.
-  XMLStringTranslate& spareUtf8(std::unique_ptr<XMLStringTranslate>& own);
 
   // --- Tools and handles -------------------------------------------------
   XMLStringTranslate* translator = nullptr;    // made for "utf-8"
@@ -328,8 +329,7 @@ class IPOOO {
   // userText (UTF-8); withProfileValues adds the profile's own DaysOut and
   // AppendSubjectDate. Raises the toolkit's exceptions as they come and
   // IPException from "getOOOInfo" for a time that cannot be converted.
-  void appendUserState(ReplyDocument& reply, xercesc::DOMElement* root, bool withProfileValues,
-                       const std::string& userText);
+  void appendUserState(ReplyDocument& reply, bool withProfileValues, const std::string& userText);
   // The status query's steps: one member, and the User element of one
   // that cannot be reported.
   void appendMemberStatus(ReplyDocument& reply, const char* member);

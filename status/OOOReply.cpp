@@ -4,13 +4,11 @@
 // rely on; the set flow writes the same document, and the user status query
 // writes one such element per member (without the profile's own DaysOut and
 // AppendSubjectDate values).
-#include <xercesc/dom/DOM.hpp>
 #include <xercesc/util/XMLException.hpp>
 #include <xercesc/util/XMLString.hpp>
 
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -66,81 +64,50 @@ void reportingToolkitFailures(Step step) {
     throw;
   } catch (const XMLException& e) {
     throw IPException("getOOOInfo", transcoded(e.getMessage()).c_str());
-  } catch (const DOMException& e) {
-    throw IPException("getOOOInfo", transcoded(e.getMessage()).c_str());
   } catch (...) {
     throw IPException("getOOOInfo", "Unexpected Exception\n");
   }
 }
 
-// A new User element and its attributes, set in the order given. Texts of
-// the context go through the UTF-8 translator; fixed flags and numbers are
-// transcoded directly. The first attribute places User under the root as
-// its last child (nothing else is added to the root meanwhile, so it stays
-// the last), which is where a failure part way leaves it.
+// A new User element, last in the document, and its attributes, set in the
+// order given.
 class UserAttributes {
  public:
-  UserAttributes(ReplyDocument& reply, DOMElement* root, XMLStringTranslate& utf8)
-      : reply_(reply), root_(root), user_(reply.createUser()), utf8_(utf8) {}
+  explicit UserAttributes(ReplyDocument& reply) : reply_(reply), user_(reply.addUser()) {}
 
-  void text(const char* name, const std::string& value) {
-    reply_.setAttribute(user_, XStr(name).unicodeForm(), utf8_.translate(value.c_str()));
-    place();
-  }
-  void plain(const char* name, const std::string& value) {
-    reply_.setAttribute(user_, XStr(name).unicodeForm(), XStr(value.c_str()).unicodeForm());
-    place();
-  }
-  void flag(const char* name, int on) { plain(name, on != 0 ? "1" : "0"); }
+  void text(const char* name, const std::string& value) { reply_.setAttribute(user_, name, value.c_str()); }
+  void flag(const char* name, int on) { text(name, on != 0 ? "1" : "0"); }
   void optional(const char* name, const std::string& value) {
     if (!value.empty()) text(name, value);
   }
-  void textOrEmpty(const char* name, const std::string& value) {
-    if (value.empty()) {
-      plain(name, "");
-    } else {
-      text(name, value);
-    }
-  }
   void dateParts(const char* prefix, const TIMEDATE& when) {
     const LocalParts date = localDate(when);
-    plain((std::string(prefix) + "Year").c_str(), number(date.first));
-    plain((std::string(prefix) + "Month").c_str(), number(date.second));
-    plain((std::string(prefix) + "Day").c_str(), number(date.third));
+    text((std::string(prefix) + "Year").c_str(), number(date.first));
+    text((std::string(prefix) + "Month").c_str(), number(date.second));
+    text((std::string(prefix) + "Day").c_str(), number(date.third));
   }
   void clockParts(const char* prefix, const TIMEDATE& when) {
     const LocalParts clock = localClock(when);
-    plain((std::string(prefix) + "Hour").c_str(), number(clock.first));
-    plain((std::string(prefix) + "Min").c_str(), number(clock.second));
-    plain((std::string(prefix) + "Sec").c_str(), number(clock.third));
+    text((std::string(prefix) + "Hour").c_str(), number(clock.first));
+    text((std::string(prefix) + "Min").c_str(), number(clock.second));
+    text((std::string(prefix) + "Sec").c_str(), number(clock.third));
   }
   // The element's text: the name of the user it reports.
-  void setUserText(const std::string& value) {
-    user_->appendChild(reply_.document()->createTextNode(utf8_.translate(value.c_str())));
-  }
+  void setUserText(const std::string& value) { reply_.setText(user_, value.c_str()); }
 
  private:
-  void place() {
-    if (placed_) return;
-    root_->appendChild(user_);
-    placed_ = true;
-  }
-
   ReplyDocument& reply_;
-  DOMElement* root_;
-  DOMElement* user_;
-  XMLStringTranslate& utf8_;
-  bool placed_ = false;
+  ReplyDocument::User& user_;
 };
 
 // Subject, message, mode, on/off state and the options.
 void setStateAttributes(UserAttributes& user, const IPOOO& state) {
   user.optional("Subject", state.oooSubject);
-  user.textOrEmpty("Message", state.oooMessage);
-  user.plain("TaskType", state.agentMode != 0 ? "1" : "2");
+  user.text("Message", state.oooMessage);
+  user.text("TaskType", state.agentMode != 0 ? "1" : "2");
   user.flag("OOOEnable", state.oooEnabled);
   if (state.agentMode != 0) {
-    user.plain("ShowHours", "0");
+    user.text("ShowHours", "0");
   } else {
     user.text("ShowHours", state.showHoursText);
   }
@@ -170,9 +137,9 @@ void setTemplateAttributes(UserAttributes& user, const IPOOO& state, bool withPr
 
 // The server's date and time formats.
 void setIntlAttributes(UserAttributes& user, const INTLFORMAT& intl) {
-  user.plain("DateFlag", number(intl.Flags));
+  user.text("DateFlag", number(intl.Flags));
   auto intlText = [&](const char* name, const char* value, size_t size) {
-    user.textOrEmpty(name, std::string(value, strnlen(value, size)));
+    user.text(name, std::string(value, strnlen(value, size)));
   };
   intlText("AMString", intl.AMString, sizeof intl.AMString);
   intlText("PMString", intl.PMString, sizeof intl.PMString);
@@ -202,34 +169,31 @@ std::string& IPOOO::getOOOInfo(std::string& replyPath) {
   errorText.clear();
   reportingToolkitFailures([&] {
     ReplyDocument reply(openRequestFile(replyPath));
-    appendUserState(reply, reply.root(), true, ownerName.empty() ? std::string("Unknow") : ownerName);
+    appendUserState(reply, true, ownerName.empty() ? std::string("Unknow") : ownerName);
     reply.write();
   });
   errorText = "OK";
   return errorText;
 }
 
-void IPOOO::getOOOUserInfo(ReplyDocument& reply, DOMElement* root) {
+void IPOOO::getOOOUserInfo(ReplyDocument& reply) {
   errorText.clear();
   std::string name = Username;
   translator->TranslatorLMBCSToUTF8(name);
   reportingToolkitFailures(
-      [&] { appendUserState(reply, root, false, ownerName.empty() ? std::string("Unknow") : name); });
+      [&] { appendUserState(reply, false, ownerName.empty() ? std::string("Unknow") : name); });
 }
 
-void IPOOO::appendUserState(ReplyDocument& reply, DOMElement* root, bool withProfileValues,
-                            const std::string& userText) {
+void IPOOO::appendUserState(ReplyDocument& reply, bool withProfileValues, const std::string& userText) {
   INTLFORMAT intl{};
   OSGetIntlSettings(&intl, sizeof intl);
-  std::unique_ptr<XMLStringTranslate> ownConverter;
-  XMLStringTranslate& utf8 = spareUtf8(ownConverter);
-  UserAttributes user(reply, root, utf8);
+  UserAttributes user(reply);
   setStateAttributes(user, *this);
   setDateAttributes(user, *this);
   setTemplateAttributes(user, *this, withProfileValues);
   setIntlAttributes(user, intl);
   user.text("User_Status", "1");
   user.setUserText(userText);
-  user.textOrEmpty("Notified", joined(notifiedList));
+  user.text("Notified", joined(notifiedList));
   user.text("BuildVersion", "230");
 }

@@ -17,7 +17,6 @@
 #include "osenv.h"
 #include "ostime.h"
 #include "request/IPOOO.h"
-#include "status/ReplyDocument.h"
 #include "tests/support/reply_attributes.h"
 
 namespace {
@@ -199,25 +198,29 @@ TEST_F(OOOReplyTest, ATimeThatCannotBeConvertedLeavesAnEmptyReplyFile) {
   EXPECT_EQ(fs::file_size(path_), 0u);
 }
 
-TEST_F(OOOReplyTest, DocumentKeepsFirstPlacesAndReplacesWhatXmlCannotCarry) {
-  {
-    ReplyDocument reply(context_.openRequestFile(path_));
-    EXPECT_EQ(readFile(path_), "<request/>");  // nothing written before write(), which replaces it all
-    DOMElement* user = reply.createUser();
-    reply.root()->appendChild(user);
-    reply.setAttribute(user, u"Zeta", u"1");
-    reply.setAttribute(user, u"Alpha", u"bell\u0007 and \xD800 lone");
-    reply.setAttribute(user, u"Zeta", u"2");  // keeps its first place
-    user->setAttribute(u"Other", u"x");       // not set through the document: last
-    user->appendChild(reply.document()->createTextNode(u"a < b & c > d"));
-    reply.root()->appendChild(reply.createUser());  // an empty element
-    reply.write();
-  }
-  EXPECT_EQ(
-      readFile(path_),
-      "<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"no\" ?><OOOReadObject>"
-      "<User Zeta=\"2\" Alpha=\"bell\xEF\xBF\xBD and \xEF\xBF\xBD lone\" Other=\"x\">a &lt; b &amp; c &gt; d</User>"
-      "<User/></OOOReadObject>");
+// The whole file, byte for byte: front ends and the gateway read it as it
+// stands, so every escape, replacement and attribute place counts.
+TEST_F(OOOReplyTest, ReplyFileIsExactlyTheDocumentFrontEndsRead) {
+  context_.oooSubject = "Tab\there\r\nnext 'quoted' \xF0\x9F\x98\x80";
+  context_.oooMessage = "a<b>&c\"d\x1E\x7F\xC2\x85\xEF\xBF\xBE\xEF\xBF\xBF\xEF\xBF\xBD\xED\x9F\xBF\xEE\x80\x80";
+  context_.ownerName = "Jane <&> \"Doe\"\t\r\n\x02";
+  context_.notifiedList = {"Ann Lee/Acme", "Z\xC3\xBC/Acme"};
+  context_.templateDaysOutV = "\xF4\x8F\xBF\xBF]]>";
+  ASSERT_EQ(context_.getOOOInfo(path_), "OK");
+  EXPECT_EQ(readFile(path_),
+            "<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"no\" ?><OOOReadObject><User"
+            " Subject=\"Tab&#x9;here&#xD;&#xA;next 'quoted' \xF0\x9F\x98\x80\""
+            " Message=\"a&lt;b&gt;&amp;c&quot;d\xEF\xBF\xBD\x7F\xC2\x85\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"
+            "\xED\x9F\xBF\xEE\x80\x80\""
+            " TaskType=\"2\" OOOEnable=\"1\" ShowHours=\"1\" ASDEnable=\"1\" AppendSubject=\"0\" InternetAddress=\"1\""
+            " StartTimeYear=\"2026\" StartTimeMonth=\"3\" StartTimeDay=\"2\" StartTimeHour=\"9\" StartTimeMin=\"30\""
+            " StartTimeSec=\"15\" EndTimeYear=\"2026\" EndTimeMonth=\"3\" EndTimeDay=\"9\" EndTimeHour=\"17\""
+            " EndTimeMin=\"5\" EndTimeSec=\"0\" DaysOut=\"from var_First until var_Back\" DaysOut_S=\"until var_Back\""
+            " DaysOut_V=\"\xF4\x8F\xBF\xBF]]&gt;\" DaysOutValue=\"5\" AppendSubjectDate=\"(returning var_Back)\""
+            " AppendSubjectDateValue=\"d\" ResetSubject=\"var_User est absente \xC3\xA9t\xC3\xA9\" DateFlag=\"292\""
+            " AMString=\"AM\" PMString=\"PM\" DateString=\"/\" TimeString=\":\" User_Status=\"1\""
+            " Notified=\"Ann Lee/Acme;Z\xC3\xBC/Acme\" BuildVersion=\"230\">"
+            "Jane &lt;&amp;&gt; \"Doe\"\t\r\n\xEF\xBF\xBD</User></OOOReadObject>");
 }
 
 }  // namespace

@@ -9,13 +9,11 @@
 // The context is reused for every member: it is reset before each member
 // that has a directory entry, and Username, MailServer and MailBox take that
 // member's values, so afterwards it holds the last member's.
-#include <xercesc/dom/DOM.hpp>
 #include <xercesc/util/XMLException.hpp>
 #include <xercesc/util/XMLString.hpp>
 
 #include <algorithm>
 #include <cstring>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -197,8 +195,6 @@ std::string& IPOOO::getUserStatus(std::string& replyPath) {
     throw;
   } catch (const XMLException& e) {
     throw IPException("getUserStatus", transcoded(e.getMessage()).c_str());
-  } catch (const DOMException& e) {
-    throw IPException("getUserStatus", transcoded(e.getMessage()).c_str());
   } catch (...) {
     throw IPException("getUserStatus", "Unexpected Exception\n");
   }
@@ -227,7 +223,7 @@ void IPOOO::appendMemberStatus(ReplyDocument& reply, const char* member) {
     if (status == NOERROR) {
       getOOOType();
       getOOOContent();
-      getOOOUserInfo(reply, reply.root());
+      getOOOUserInfo(reply);
       return;
     }
     // The name in the error is the member's own until some member's
@@ -253,11 +249,8 @@ void IPOOO::appendErrorUser(ReplyDocument& reply, const std::string& errorMsg, c
   std::string text = name;
   translator->TranslatorLMBCSToUTF8(message);
   translator->TranslatorLMBCSToUTF8(text);
-  std::unique_ptr<XMLStringTranslate> ownConverter;
-  XMLStringTranslate& utf8 = spareUtf8(ownConverter);
-  DOMElement* user = reply.createUser();
-  reply.setAttribute(user, u"User_Status", utf8.translate("0"));
-  reply.setAttribute(user, u"ErrorMsg", utf8.translate(message.c_str()));
-  user->appendChild(reply.document()->createTextNode(utf8.translate(text.c_str())));
-  reply.root()->appendChild(user);
+  ReplyDocument::User& user = reply.addUser();
+  reply.setAttribute(user, "User_Status", "0");
+  reply.setAttribute(user, "ErrorMsg", message.c_str());
+  reply.setText(user, text.c_str());
 }

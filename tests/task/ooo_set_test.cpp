@@ -469,6 +469,32 @@ TEST_F(OOOSet, ServiceModeMarksTheDatabaseAndBooksTheEntry) {
   EXPECT_EQ(profile().text("CalendarEntryUNID"), std::string(32, 'A'));
 }
 
+// The set opens the profiles inside its own transaction: a mail file that
+// cannot be opened is answered as for a query, and a mail file without the
+// profiles gets them with the set.
+TEST_F(OOOSet, ProfilesAreOpenedWithinTheSet) {
+  addJane("agent");
+  const std::string leave = localTime(2, 9);
+  const std::string back = localTime(5, 17);
+  const std::string missing =
+      set({"--mailfile", "mail/nobody.nsf", "--enable", "--leave", leave, "--return", back}).first;
+  EXPECT_EQ(missing.rfind("getOOOProfile:", 0), 0u) << missing;
+
+  DBHANDLE db = NULLHANDLE;
+  ASSERT_EQ(NSFDbOpen(kJaneMail, &db), NOERROR);
+  EXPECT_EQ(NSFProfileDelete(db, "OutOfOfficeProfile", 18, nullptr, 0), NOERROR);
+  NSFProfileDelete(db, "OOServiceProfile", 16, nullptr, 0);  // a mail file may have none
+  NSFDbClose(db);
+  auto [text, reply] = set({"--enable", "--leave", leave, "--return", back, "--subject", "Away"});
+  ASSERT_EQ(text, "OK");
+  EXPECT_EQ(reply["OOOEnable"], "1");
+  EXPECT_EQ(reply["Subject"], "Away");
+  const Dump stored = profile();
+  EXPECT_EQ(stored.text("GeneralSubject"), "Away");
+  EXPECT_EQ(stored.text("TaskState"), "1");
+  EXPECT_NE(agent().text("$AssistFlags").find('E'), std::string::npos);
+}
+
 TEST_F(OOOSet, DatesAreCheckedBeforeAnythingIsStored) {
   addJane("agent");
   const int before = profile().sequence();
