@@ -54,6 +54,9 @@ class EnvironmentSnapshot {
  public:
   EnvironmentSnapshot();
   std::optional<std::string> get(std::string_view name) const;
+  // Whether both were taken from the same reading of notes.ini: false once
+  // the file has been read again (it changed, or another one was loaded).
+  bool same_as(const EnvironmentSnapshot& other) const { return lines_ == other.lines_; }
 
  private:
   std::shared_ptr<const EnvironmentLines> lines_;
