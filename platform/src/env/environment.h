@@ -38,6 +38,8 @@ std::filesystem::path data_directory();
 // "/abs/x.nsf"): separators normalised, relative paths under the data
 // directory.
 std::filesystem::path resolve_data_path(std::string_view api_path);
+// The same against a data directory the caller has read already.
+std::filesystem::path resolve_data_path(std::string_view api_path, const std::filesystem::path& data_directory);
 
 std::optional<std::string> get_environment(std::string_view name);
 
