@@ -373,11 +373,11 @@ class QueueRegistry {
   };
 
   // The holding of the queue folder, or null when there is none or its
-  // folder is gone (then it is dropped).
+  // folder is gone, even from under open handles (then it is dropped).
   Holding* current_holding_locked(const fs::path& dir) {
     auto found = holdings_.find(dir.native());
     if (found == holdings_.end()) return nullptr;
-    if (found->second.held() || still_linked(found->second.fd)) return &found->second;
+    if (still_linked(found->second.fd)) return &found->second;
     forget_locked(dir.native());
     return nullptr;
   }
