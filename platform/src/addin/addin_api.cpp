@@ -18,6 +18,7 @@
 #include "addin/server_log.h"
 #include "addin/task_registry.h"
 #include "core/api_guard.h"
+#include "core/fork_generation.h"
 #include "env/environment.h"
 #include "globerr.h"
 #include "mq/message_queue.h"
@@ -150,15 +151,15 @@ class AddInTask {
   }
 
   void reset_if_forked_locked() {
-    if (pid_ == ::getpid()) return;
-    pid_ = ::getpid();
+    if (generation_ == fork_generation()) return;
+    generation_ = fork_generation();
     lines_.clear();
     default_line_ = NULLHANDLE;
     intervals_ = ElapsedIntervals(unix_seconds_now());
   }
 
   std::mutex mutex_;
-  pid_t pid_ = ::getpid();                          // guarded by mutex_
+  unsigned generation_ = fork_generation();         // guarded by mutex_
   std::string program_name_;                        // guarded by mutex_
   std::vector<StatusLine> lines_;                   // guarded by mutex_, in creation order
   DHANDLE default_line_ = NULLHANDLE;               // guarded by mutex_

@@ -11,6 +11,7 @@
 #include <sstream>
 #include <tuple>
 
+#include "core/fork_generation.h"
 #include "core/private_files.h"
 #include "mq.h"
 #include "mq/liveness_lock.h"
@@ -97,13 +98,13 @@ class Publication {
   // A child made by fork() starts without an entry (the lock was dropped
   // by the fork handler; the files stay the parent's).
   void forget_if_forked_locked() {
-    if (pid_ == ::getpid()) return;
-    pid_ = ::getpid();
+    if (generation_ == fork_generation()) return;
+    generation_ = fork_generation();
     alive_.reset();
   }
 
   std::mutex mutex_;
-  pid_t pid_ = ::getpid();               // guarded by mutex_
+  unsigned generation_ = fork_generation();  // guarded by mutex_
   fs::path folder_;                      // guarded by mutex_
   std::string tag_;                      // guarded by mutex_
   std::unique_ptr<LivenessLock> alive_;  // guarded by mutex_

@@ -44,10 +44,8 @@ bool begins_with(const std::optional<std::string>& text, char c) { return text &
 
 // The stored note of a profile (no user), or nullptr when there is none.
 std::unique_ptr<store::Note> read_profile(store::Database& mail, std::string_view name) {
-  NOTEID id = 0;
-  if (mail.profile_note_id(store::profile_key(name, ""), &id) != NOERROR) return nullptr;
   auto note = std::make_unique<store::Note>();
-  if (mail.read_note(id, 0, note.get()) != NOERROR) return nullptr;
+  if (mail.read_profile_note(store::profile_key(name, ""), 0, note.get()) != NOERROR) return nullptr;
   return note;
 }
 

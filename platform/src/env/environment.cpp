@@ -327,13 +327,17 @@ std::filesystem::path ini_path() { return environment().path(); }
 std::filesystem::path data_directory() { return environment().data_directory(); }
 
 std::filesystem::path resolve_data_path(std::string_view api_path) {
+  return resolve_data_path(api_path, data_directory());
+}
+
+std::filesystem::path resolve_data_path(std::string_view api_path, const std::filesystem::path& data_directory) {
   std::string normalised(api_path);
   for (char& c : normalised) {
     if (c == '\\') c = '/';
   }
   std::filesystem::path path(normalised);
   if (path.is_absolute()) return path.lexically_normal();
-  return (data_directory() / path).lexically_normal();
+  return (data_directory / path).lexically_normal();
 }
 
 std::optional<std::string> get_environment(std::string_view name) { return environment().get(name); }

@@ -38,6 +38,8 @@ std::filesystem::path data_directory();
 // "/abs/x.nsf"): separators normalised, relative paths under the data
 // directory.
 std::filesystem::path resolve_data_path(std::string_view api_path);
+// The same against a data directory the caller has read already.
+std::filesystem::path resolve_data_path(std::string_view api_path, const std::filesystem::path& data_directory);
 
 std::optional<std::string> get_environment(std::string_view name);
 
@@ -54,6 +56,9 @@ class EnvironmentSnapshot {
  public:
   EnvironmentSnapshot();
   std::optional<std::string> get(std::string_view name) const;
+  // Whether both were taken from the same reading of notes.ini: false once
+  // the file has been read again (it changed, or another one was loaded).
+  bool same_as(const EnvironmentSnapshot& other) const { return lines_ == other.lines_; }
 
  private:
   std::shared_ptr<const EnvironmentLines> lines_;

@@ -148,6 +148,18 @@ TEST_F(EnvironmentTest, ASnapshotKeepsOneVersionOfTheFile) {
   EXPECT_EQ(after.get(" added "), "yes");
 }
 
+// Callers keep what they derived from a snapshot while later snapshots are
+// the same reading of the file; any change, ours or another writer's, ends that.
+TEST_F(EnvironmentTest, SnapshotsTellWhetherTheFileWasReadAgain) {
+  const tarnwick::rt::EnvironmentSnapshot first;
+  EXPECT_TRUE(tarnwick::rt::EnvironmentSnapshot().same_as(first)) << "nothing changed";
+  OSSetEnvironmentInt("OOOWorkers", 2);
+  const tarnwick::rt::EnvironmentSnapshot written;
+  EXPECT_FALSE(written.same_as(first));
+  std::ofstream(ini_, std::ios::app) << "Added=yes\n";
+  EXPECT_FALSE(tarnwick::rt::EnvironmentSnapshot().same_as(written)) << "another writer's change";
+}
+
 TEST_F(EnvironmentTest, DataDirectoryAndApiPaths) {
   char path[MAXPATH];
   WORD length = OSGetDataDirectory(path);

@@ -12,12 +12,9 @@
 namespace tarnwick::rt::formula {
 namespace {
 
-// Control flow out of deep evaluation; caught in Evaluator::run only.
+// Stops a runaway evaluation from any depth; caught in Evaluator::run only.
 struct EvalAbort {
   STATUS status;
-};
-struct EarlyReturn {
-  Value value;
 };
 
 std::string fold_name(std::string_view name) { return to_lower(name); }
@@ -64,7 +61,15 @@ void Evaluator::charge(uint64_t steps) {
 
 void Evaluator::abort(STATUS status) { throw EvalAbort{status}; }
 
-void Evaluator::return_with(Value value) { throw EarlyReturn{std::move(value)}; }
+// The formula's result is kept aside; what travels up is an error value, which
+// every caller passes on at once, and eval() evaluates nothing more.
+Value Evaluator::return_with(Value value) {
+  if (!returning_) {
+    returned_ = std::move(value);
+    returning_ = true;
+  }
+  return Value::failure(ERR_FORMULA_GENERATED);
+}
 
 void Evaluator::check_text(size_t bytes) {
   if (bytes > kMaxTextBytes) abort(ERR_STRING_TOO_LONG);
@@ -80,8 +85,7 @@ EvalResult Evaluator::run(const Program& program) {
   EvalResult result;
   try {
     result.value = eval(*program.root);
-  } catch (const EarlyReturn& r) {
-    result.value = r.value;
+    if (returning_) result.value = std::move(returned_);
   } catch (const EvalAbort& a) {
     result.status = a.status;
     result.value = Value::failure(a.status);
@@ -127,6 +131,7 @@ bool Evaluator::is_available(std::string_view name) { return find_variable(name)
 // ---------------------------------------------------------------- nodes
 
 Value Evaluator::eval(const Node& node) {
+  if (returning_) return Value::failure(ERR_FORMULA_GENERATED);
   charge(1);
   switch (node.kind) {
     case NodeKind::kText:
@@ -157,6 +162,7 @@ Value Evaluator::eval(const Node& node) {
         args.push_back(eval(*child));
         if (args.back().is_error() && !builtin.sees_errors) return std::move(args.back());
       }
+      if (returning_) return Value::failure(ERR_FORMULA_GENERATED);  // an argument returned
       return builtin.eager(*this, args);
     }
     case NodeKind::kAssignTemp:
@@ -165,7 +171,7 @@ Value Evaluator::eval(const Node& node) {
       return eval_assignment(node);
     case NodeKind::kSelect: {
       Value value = eval(*node.children[0]);
-      if (value.is_error()) return_with(std::move(value));
+      if (value.is_error()) return return_with(std::move(value));
       bool ok = false;
       select_value_ = condition_value(value, ok) && ok;
       selected_ = true;
@@ -183,7 +189,7 @@ Value Evaluator::eval_sequence(const Node& node) {
   Value last = Value::text("");
   for (const auto& statement : node.children) {
     last = eval(*statement);
-    if (last.is_error()) return_with(std::move(last));
+    if (last.is_error()) return return_with(std::move(last));
   }
   return last;
 }
@@ -193,8 +199,8 @@ Value Evaluator::eval_assignment(const Node& node) {
     return lookup(node.text);
   }
   Value value = eval(*node.children[0]);
-  if (value.is_error()) return_with(std::move(value));
-  if (value.kind == Kind::kKeyword) return_with(Value::failure(ERR_KEYWORD_CONTEXT));
+  if (value.is_error()) return return_with(std::move(value));
+  if (value.kind == Kind::kKeyword) return return_with(Value::failure(ERR_KEYWORD_CONTEXT));
   if (node.kind == NodeKind::kAssignField) {
     // FIELD x := @DeleteField (or @Unavailable) removes the item.
     if (value.kind == Kind::kUnavailable) {

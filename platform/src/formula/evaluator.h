@@ -70,8 +70,10 @@ class Evaluator {
   void charge(uint64_t steps);
   // Stops the evaluation with a status (limits, budget).
   [[noreturn]] void abort(STATUS status);
-  // Ends the evaluation with this value as the formula's result (@Return).
-  [[noreturn]] void return_with(Value value);
+  // Ends the evaluation with this value as the formula's result (@Return):
+  // the value to give back to the caller, which must return it at once.
+  // Nothing is evaluated after it; the first value returned stays.
+  Value return_with(Value value);
   // A text of that size may be built (charges it), else stops the evaluation.
   void check_text(size_t bytes);
   void check_elements(size_t count);
@@ -97,6 +99,8 @@ class Evaluator {
   bool select_value_ = true;
   bool should_delete_ = false;
   bool modified_ = false;
+  bool returning_ = false;  // return_with() was called: returned_ is the result
+  Value returned_;
 };
 
 // Truth of a condition: a number list with any non-zero element. Texts and

@@ -32,7 +32,7 @@ Value fn_do(Evaluator& eval, const Node& call) {
   return last;
 }
 
-Value fn_return(Evaluator& eval, std::vector<Value>& args) { eval.return_with(std::move(args[0])); }
+Value fn_return(Evaluator& eval, std::vector<Value>& args) { return eval.return_with(std::move(args[0])); }
 
 Value fn_error(Evaluator&, std::vector<Value>&) { return Value::failure(ERR_FORMULA_GENERATED); }
 Value fn_is_error(Evaluator&, std::vector<Value>& args) { return Value::boolean(args[0].is_error()); }

@@ -1,9 +1,7 @@
 // Local calendar conversions through the runtime's time functions.
 #include "formula/time_support.h"
 
-#include <sys/stat.h>
-
-#include <filesystem>
+#include <optional>
 #include <string>
 
 #include "env/environment.h"
@@ -118,29 +116,17 @@ TIMEDATE local_date(int days_from_today) {
 
 const INTLFORMAT& intl_settings() {
   // Reading the settings takes a dozen notes.ini look-ups: keep them per
-  // thread until notes.ini is another file or has changed.
+  // thread while notes.ini is unchanged, which the environment's snapshot
+  // tells without looking at the file.
   struct Cached {
-    bool valid = false;
-    std::string path;
-    struct timespec mtime {};
-    off_t size = 0;
-    ino_t inode = 0;
+    std::optional<EnvironmentSnapshot> environment;
     INTLFORMAT settings{};
   };
   thread_local Cached cached;
-  const std::string path = ini_path().string();
-  struct stat st {};
-  const bool exists = !path.empty() && ::stat(path.c_str(), &st) == 0;
-  const bool same = cached.valid && cached.path == path && cached.size == (exists ? st.st_size : -1) &&
-                    (!exists || (cached.inode == st.st_ino && cached.mtime.tv_sec == st.st_mtim.tv_sec &&
-                                 cached.mtime.tv_nsec == st.st_mtim.tv_nsec));
-  if (!same) {
+  EnvironmentSnapshot now;
+  if (!cached.environment || !now.same_as(*cached.environment)) {
     cached.settings = current_intl_settings();
-    cached.valid = true;
-    cached.path = path;
-    cached.size = exists ? st.st_size : -1;
-    cached.inode = exists ? st.st_ino : 0;
-    cached.mtime = exists ? st.st_mtim : timespec{};
+    cached.environment = std::move(now);
   }
   return cached.settings;
 }

@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "globerr.h"
+#include "core/fork_generation.h"
 #include "core/private_files.h"
 #include "mq.h"
 #include "mq/liveness_lock.h"
@@ -80,19 +81,6 @@ uint64_t monotonic_nanoseconds() {
   timespec now{};
   ::clock_gettime(CLOCK_MONOTONIC, &now);
   return static_cast<uint64_t>(now.tv_sec) * 1000000000ull + static_cast<uint64_t>(now.tv_nsec);
-}
-
-// Counts fork()s in this process's line: state made before a fork (an open
-// description, a holding) is the parent's, not the child's.
-std::atomic<unsigned> g_fork_generation{0};
-
-unsigned fork_generation() {
-  static const bool registered = [] {
-    ::pthread_atfork(nullptr, nullptr, [] { g_fork_generation.fetch_add(1); });
-    return true;
-  }();
-  (void)registered;
-  return g_fork_generation.load(std::memory_order_relaxed);
 }
 
 // One inotify instance per thread, kept for the thread's life (closing an
@@ -222,13 +210,41 @@ class TransitionLock {
   int fd_ = -1;
 };
 
-bool has_live_holder(const fs::path& queue_dir) {
-  bool live = false;
-  for_each_message(queue_dir / "holders", [&](const char* name) {
-    if (!live && is_held_by_live_process(queue_dir / "holders" / name)) live = true;
-  });
-  return live;
+// The holders file of a queue folder.
+fs::path holders_file(const fs::path& queue_dir) { return queue_dir / "holders"; }
+
+// A probe for any lock on the whole holders file.
+struct flock whole_file(short type) {
+  struct flock lock {};
+  lock.l_type = type;
+  lock.l_whence = SEEK_SET;
+  lock.l_start = 0;
+  lock.l_len = 0;
+  lock.l_pid = 0;
+  return lock;
 }
+
+// Whether an open description other than `fd`'s holds a lock on its file:
+// some other holding, in this process or another. The description's own
+// lock is not seen.
+bool others_hold(int fd) {
+  struct flock probe = whole_file(F_WRLCK);
+  return ::fcntl(fd, F_OFD_GETLK, &probe) == 0 && probe.l_type != F_UNLCK;
+}
+
+bool set_hold(int fd, bool hold) {
+  struct flock lock = whole_file(hold ? F_RDLCK : F_UNLCK);
+  return ::fcntl(fd, F_OFD_SETLK, &lock) == 0;
+}
+
+// Whether the file open on `fd` is still in its folder: a queue folder that
+// was removed (or removed and made anew) has taken its files with it.
+bool still_linked(int fd) {
+  struct stat info {};
+  return ::fstat(fd, &info) == 0 && info.st_nlink > 0;
+}
+
+bool has_live_holder(const fs::path& queue_dir) { return is_held_by_live_process(holders_file(queue_dir)); }
 
 DWORD read_quota(const fs::path& queue_dir) {
   std::ifstream in(queue_dir / "quota");
@@ -240,10 +256,7 @@ DWORD read_quota(const fs::path& queue_dir) {
 bool make_queue_dir(const fs::path& queue_dir, std::string_view name, WORD quota) {
   std::error_code ec;
   fs::remove_all(queue_dir, ec);
-  if (!make_private_folder(queue_dir).empty() || !make_private_folder(queue_dir / "msgs").empty() ||
-      !make_private_folder(queue_dir / "holders").empty()) {
-    return false;
-  }
+  if (!make_private_folder(queue_dir).empty() || !make_private_folder(queue_dir / "msgs").empty()) return false;
   write_private_file(queue_dir / "name", name);  // only for listings: the key decides identity
   return write_private_file(queue_dir / "quota", std::to_string(quota == 0 ? MAXWORD : quota) + "\n");
 }
@@ -257,12 +270,24 @@ std::string read_queue_name(const fs::path& queue_dir) {
 }
 
 // This process's holdings, one per queue folder.
+//
+// A process holds a queue by a shared lock on the queue's holders file,
+// taken through an open description of its own; the kernel drops it when
+// the process ends, however it ends. A queue is live while anyone holds
+// such a lock. When this process's last handle to a queue closes, the lock
+// goes but the description is kept (a "resting" holding), so that opening
+// the same queue again, as a task does with a front end's reply queue for
+// every reply, costs a look at the file and a lock instead of opening it,
+// and its quota is already known. A resting holding whose folder has been
+// removed meanwhile is noticed by its file's link count and dropped.
 class QueueRegistry {
  public:
   QueueRegistry() {
-    process_instance_tag();  // registers the lock fork handlers first, so they run inside ours
     ::pthread_atfork([] { instance().mutex_.lock(); }, [] { instance().mutex_.unlock(); },
-                     [] { instance().mutex_.unlock(); });
+                     [] {
+                       instance().forget_inherited();
+                       instance().mutex_.unlock();
+                     });
   }
 
   static QueueRegistry& instance() {
@@ -276,14 +301,14 @@ class QueueRegistry {
     fs::path root = queue_root();
     if (root.empty()) return ERR_PROTECTED;
     std::lock_guard guard(mutex_);
-    forget_if_forked_locked();
     TransitionLock transition(lock_file_locked(root));
     if (!transition.locked()) return ERR_PROTECTED;
     fs::path dir = root / *key;
-    if (folder_identity(dir)) {
-      if (has_live_holder(dir)) return ERR_DUPLICATE_MQ;
-      holdings_.erase(dir.string());
+    if (Holding* holding = current_holding_locked(dir); holding != nullptr && holding->held()) {
+      return ERR_DUPLICATE_MQ;
     }
+    if (held_by_others_locked(dir)) return ERR_DUPLICATE_MQ;
+    forget_locked(dir.native());
     return make_and_hold_locked(dir, name, quota, /*created_unopened=*/true);
   }
 
@@ -293,93 +318,131 @@ class QueueRegistry {
     fs::path root = queue_root();
     if (root.empty()) return ERR_PROTECTED;
     std::lock_guard guard(mutex_);
-    forget_if_forked_locked();
     TransitionLock transition(lock_file_locked(root));
     if (!transition.locked()) return create_if_missing ? ERR_PROTECTED : ERR_NO_SUCH_MQ;
     fs::path dir = root / *key;
-    std::error_code ec;
-    // A queue this process holds is live by that holding.
-    auto held = holdings_.find(dir.string());
-    bool live = held != holdings_.end() && held->second.lock ? folder_identity(dir).has_value()
-                                                             : folder_identity(dir) && has_live_holder(dir);
+    Holding* holding = current_holding_locked(dir);
+    // A queue this process holds is live by that holding; else someone else
+    // must hold it.
+    const bool live = holding != nullptr ? holding->held() || others_hold(holding->fd) : held_by_others_locked(dir);
     if (!live) {
-      holdings_.erase(dir.string());
+      forget_locked(dir.native());
       if (!create_if_missing) {
+        std::error_code ec;
         fs::remove_all(dir, ec);  // a stale queue of a dead process
         return ERR_NO_SUCH_MQ;
       }
       if (STATUS status = make_and_hold_locked(dir, name, 0, /*created_unopened=*/false)) return status;
+    } else if (holding == nullptr && !register_locked(dir)) {
+      return ERR_PROTECTED;
     }
-    Holding& holding = holdings_[dir.string()];
-    if (!holding.lock) {
-      holding.lock = LivenessLock::acquire(dir / "holders" / process_instance_tag());
-      if (!holding.lock) {
-        holdings_.erase(dir.string());
-        return ERR_PROTECTED;
-      }
-    }
-    holding.created_unopened = false;  // the creation's hold passes to this handle
-    ++holding.handles;
-    *ret_queue = std::make_shared<MessageQueue>(dir, quota_locked(dir), fork_generation());
+    holding = &holdings_.at(dir.native());
+    if (!holding->held() && !set_hold(holding->fd, true)) return ERR_PROTECTED;
+    holding->created_unopened = false;  // the creation's hold passes to this handle
+    ++holding->handles;
+    *ret_queue = std::make_shared<MessageQueue>(dir, holding->quota, fork_generation());
     return NOERROR;
   }
 
   STATUS close(const MessageQueue& queue) {
     std::lock_guard guard(mutex_);
-    forget_if_forked_locked();
     if (queue.fork_generation() != fork_generation()) return NOERROR;  // inherited: the parent holds it
-    auto found = holdings_.find(queue.directory().string());
-    if (found == holdings_.end()) return NOERROR;
+    auto found = holdings_.find(queue.directory().native());
+    if (found == holdings_.end() || !found->second.held()) return NOERROR;
     TransitionLock transition(lock_file_locked(queue.directory().parent_path()));
-    if (--found->second.handles > 0 || found->second.created_unopened) return NOERROR;
-    holdings_.erase(found);  // unlocks and removes our holder file
-    std::error_code ec;
-    if (!has_live_holder(queue.directory())) fs::remove_all(queue.directory(), ec);
+    Holding& holding = found->second;
+    if (--holding.handles > 0 || holding.created_unopened) return NOERROR;
+    set_hold(holding.fd, false);
+    if (!others_hold(holding.fd)) {
+      forget_locked(queue.directory().native());
+      std::error_code ec;
+      fs::remove_all(queue.directory(), ec);
+      return NOERROR;
+    }
+    rest_locked();
     return NOERROR;
   }
 
  private:
   struct Holding {
-    std::unique_ptr<LivenessLock> lock;
+    int fd = -1;  // open on the holders file, for as long as this entry lives
     int handles = 0;
     bool created_unopened = false;
+    DWORD quota = MAXWORD;  // read once per queue folder
+    bool held() const { return handles > 0 || created_unopened; }
   };
 
+  // The holding of the queue folder, or null when there is none or its
+  // folder is gone, even from under open handles (then it is dropped).
+  Holding* current_holding_locked(const fs::path& dir) {
+    auto found = holdings_.find(dir.native());
+    if (found == holdings_.end()) return nullptr;
+    if (still_linked(found->second.fd)) return &found->second;
+    forget_locked(dir.native());
+    return nullptr;
+  }
+
+  // Whether some process holds the queue folder, judged without a holding
+  // of this process.
+  static bool held_by_others_locked(const fs::path& dir) { return has_live_holder(dir); }
+
+  // A resting holding of a live queue this process does not hold yet.
+  bool register_locked(const fs::path& dir) {
+    int fd = ::open(holders_file(dir).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (fd < 0) return false;
+    Holding holding;
+    holding.fd = fd;
+    holding.quota = read_quota(dir);
+    holdings_[dir.native()] = holding;
+    return true;
+  }
+
+  // The holders file is locked under a hidden name and then renamed into
+  // place, so that whoever finds it under its own name finds it held.
   STATUS make_and_hold_locked(const fs::path& dir, std::string_view name, WORD quota, bool created_unopened) {
     std::error_code ec;
-    if (!make_queue_dir(dir, name, quota)) {
+    const fs::path hidden = dir / ".holders";
+    int fd = -1;
+    if (make_queue_dir(dir, name, quota)) fd = open_private_file(hidden, O_RDWR | O_CREAT | O_TRUNC);
+    if (fd < 0 || !set_hold(fd, true) || ::rename(hidden.c_str(), holders_file(dir).c_str()) != 0) {
+      if (fd >= 0) ::close(fd);
       fs::remove_all(dir, ec);
       return ERR_PROTECTED;
     }
     Holding holding;
-    holding.lock = LivenessLock::acquire(dir / "holders" / process_instance_tag());
-    if (!holding.lock) {
-      fs::remove_all(dir, ec);
-      return ERR_PROTECTED;
-    }
+    holding.fd = fd;
     holding.created_unopened = created_unopened;
-    holdings_[dir.string()] = std::move(holding);
+    holding.quota = quota == 0 ? MAXWORD : quota;
+    holdings_[dir.native()] = holding;
     return NOERROR;
   }
 
-  // The device and inode of a queue folder; nothing when there is none.
-  static std::optional<std::pair<dev_t, ino_t>> folder_identity(const fs::path& dir) {
-    struct stat info {};
-    if (::stat(dir.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) return std::nullopt;
-    return std::make_pair(info.st_dev, info.st_ino);
+  void forget_locked(const std::string& dir) {
+    auto found = holdings_.find(dir);
+    if (found == holdings_.end()) return;
+    ::close(found->second.fd);  // drops this process's lock, if any
+    holdings_.erase(found);
   }
 
-  // The quota file is written once, when the queue is made: it is read once
-  // per queue folder (a queue made anew has a new folder).
-  DWORD quota_locked(const fs::path& dir) {
-    auto identity = folder_identity(dir);
-    if (!identity) return read_quota(dir);
-    auto found = quotas_.find(dir.string());
-    if (found != quotas_.end() && found->second.first == *identity) return found->second.second;
-    if (quotas_.size() >= kMaxRememberedQuotas) quotas_.clear();
-    DWORD quota = read_quota(dir);
-    quotas_[dir.string()] = {*identity, quota};
-    return quota;
+  // Past kMaxHoldings entries, resting holdings whose folder is gone are
+  // dropped, and if that is not enough, every resting one.
+  void rest_locked() {
+    if (holdings_.size() <= kMaxHoldings) return;
+    drop_resting_locked([](const Holding& holding) { return !still_linked(holding.fd); });
+    if (holdings_.size() <= kMaxHoldings) return;
+    drop_resting_locked([](const Holding&) { return true; });
+  }
+
+  template <class Predicate>
+  void drop_resting_locked(Predicate drop) {
+    for (auto it = holdings_.begin(); it != holdings_.end();) {
+      if (!it->second.held() && drop(it->second)) {
+        ::close(it->second.fd);
+        it = holdings_.erase(it);
+      } else {
+        ++it;
+      }
+    }
   }
 
   // <root>/.lock, opened once per root and kept.
@@ -391,24 +454,22 @@ class QueueRegistry {
     return lock_fd_;
   }
 
-  // After fork() the child holds nothing: its copies of the parent's locks
-  // were dropped by the lock fork handler. Its copy of the lock file shares
-  // the parent's open description, so it opens its own.
-  void forget_if_forked_locked() {
-    if (generation_ == fork_generation()) return;
+  // In a child made by fork(), at once: the child holds nothing. Its copies
+  // of the holders files share the parent's open descriptions (and locks),
+  // and would keep the parent's queues alive after the parent ends; its
+  // copy of the lock file would share the parent's flock.
+  void forget_inherited() {
+    for (auto& [dir, holding] : holdings_) ::close(holding.fd);
     holdings_.clear();
     if (lock_fd_ >= 0) ::close(lock_fd_);  // no unlock: that would be the parent's lock
     lock_fd_ = -1;
     lock_root_.clear();
-    generation_ = fork_generation();
   }
 
-  static constexpr size_t kMaxRememberedQuotas = 4096;
+  static constexpr size_t kMaxHoldings = 256;
 
   std::mutex mutex_;
-  unsigned generation_ = fork_generation();            // guarded by mutex_
   std::unordered_map<std::string, Holding> holdings_;  // guarded by mutex_; key: queue folder
-  std::unordered_map<std::string, std::pair<std::pair<dev_t, ino_t>, DWORD>> quotas_;  // guarded by mutex_
   int lock_fd_ = -1;                                   // guarded by mutex_
   std::string lock_root_;                              // guarded by mutex_: the root of lock_fd_
 };

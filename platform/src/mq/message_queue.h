@@ -7,7 +7,7 @@
 //
 //   <KEY>/name            the name the queue was made with (for listings)
 //   <KEY>/quota           the most messages the queue may hold (text)
-//   <KEY>/holders/<tag>   one file per holding process, locked while it lives
+//   <KEY>/holders         empty; every holding process keeps a shared lock on it
 //   <KEY>/msgs/<name>     one file per message; "." names are being written
 //   <KEY>/quit            present once the queue is in the QUIT state
 //   <root>/.lock          serialises create, open and close
@@ -33,8 +33,9 @@
 //
 // A process holds a queue while it has open handles to it, or after
 // MQCreate until its first MQOpen turns that into a handle. "Live" means
-// some holder file is locked by a live process; create, open and close run
-// under <root>/.lock so that two processes never disagree about it.
+// some live process has a lock on the holders file (the kernel drops a
+// process's locks when it ends, however it ends); create, open and close
+// run under <root>/.lock so that two processes never disagree about it.
 //
 // Thread-safe.
 #pragma once

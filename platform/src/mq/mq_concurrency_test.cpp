@@ -278,4 +278,111 @@ TEST_F(MessageQueueConcurrencyTest, CompetingGettersTakeEachMessageExactlyOnce) 
   MQClose(queue, 0);
 }
 
+// A front end's reply queue as a task sees it: opened for one reply and
+// closed again, many times. Having used a queue must never keep it alive,
+// and a queue made anew under the same name is the new one.
+TEST_F(MessageQueueConcurrencyTest, AProcessThatUsedAQueueDoesNotKeepItAlive) {
+  Signal made, used, closed;
+  Child owner([&] {
+    MQHANDLE queue = NULLHANDLE;
+    if (MQOpen("MQ$Reply_1", MQ_OPEN_CREATE, &queue) != NOERROR) return 1;
+    made.ready();
+    if (!used.wait()) return 2;
+    char buffer[16];
+    WORD length = 0;
+    if (MQGet(queue, buffer, sizeof buffer, 0, 0, &length) != NOERROR || std::string(buffer, length) != "OK") return 3;
+    return MQClose(queue, 0) == NOERROR ? 0 : 4;
+  });
+  ASSERT_TRUE(made.wait());
+  for (int i = 0; i < 3; ++i) {
+    MQHANDLE reply = NULLHANDLE;
+    ASSERT_EQ(MQOpen("mq$reply_1", 0, &reply), NOERROR) << i;
+    if (i == 0) {
+      ASSERT_EQ(put(reply, "OK"), NOERROR);
+    }
+    ASSERT_EQ(MQClose(reply, 0), NOERROR);
+  }
+  used.ready();
+  ASSERT_EQ(owner.wait(), 0);
+  MQHANDLE reply = NULLHANDLE;
+  EXPECT_EQ(MQOpen("MQ$Reply_1", 0, &reply), ERR_NO_SUCH_MQ) << "the owner's close ended the queue";
+  EXPECT_EQ(MQCreate("MQ$Reply_1", 0, 0), NOERROR) << "the name is free";
+}
+
+TEST_F(MessageQueueConcurrencyTest, AQueueMadeAnewUnderAUsedNameIsTheNewOne) {
+  Signal first_made, first_used, second_made, second_used;
+  Child owner([&] {
+    MQHANDLE queue = NULLHANDLE;
+    if (MQCreate("MQ$Reply_2", 0, 0) != NOERROR || MQOpen("MQ$Reply_2", 0, &queue) != NOERROR) return 1;
+    first_made.ready();
+    if (!first_used.wait() || MQClose(queue, 0) != NOERROR) return 2;
+    if (MQCreate("MQ$Reply_2", 2, 0) != NOERROR || MQOpen("MQ$Reply_2", 0, &queue) != NOERROR) return 3;
+    second_made.ready();
+    if (!second_used.wait()) return 4;
+    return MQGetCount(queue) == 2 ? 0 : 5;
+  });
+  ASSERT_TRUE(first_made.wait());
+  MQHANDLE reply = NULLHANDLE;
+  ASSERT_EQ(MQOpen("MQ$Reply_2", 0, &reply), NOERROR);
+  ASSERT_EQ(put(reply, "to the first"), NOERROR);
+  ASSERT_EQ(MQClose(reply, 0), NOERROR);
+  first_used.ready();
+  ASSERT_TRUE(second_made.wait());
+  ASSERT_EQ(MQOpen("MQ$Reply_2", 0, &reply), NOERROR);
+  EXPECT_EQ(MQGetCount(reply), 0) << "the first queue's message went with it";
+  EXPECT_EQ(put(reply, "a"), NOERROR);
+  EXPECT_EQ(put(reply, "b"), NOERROR);
+  EXPECT_EQ(put(reply, "c"), ERR_MQ_EXCEEDED_QUOTA) << "the new queue's quota, not the old one's";
+  ASSERT_EQ(MQClose(reply, 0), NOERROR);
+  second_used.ready();
+  EXPECT_EQ(owner.wait(), 0);
+}
+
+TEST_F(MessageQueueConcurrencyTest, AUsedQueueWhoseOwnerWasKilledIsSeenAsGone) {
+  Signal made;
+  Child owner([&] {
+    MQHANDLE queue = NULLHANDLE;
+    if (MQOpen("MQ$Reply_3", MQ_OPEN_CREATE, &queue) != NOERROR) return 1;
+    made.ready();
+    ::pause();
+    return 0;
+  });
+  ASSERT_TRUE(made.wait());
+  MQHANDLE reply = NULLHANDLE;
+  ASSERT_EQ(MQOpen("MQ$Reply_3", 0, &reply), NOERROR);
+  ASSERT_EQ(MQClose(reply, 0), NOERROR);
+  owner.kill_hard();
+  EXPECT_EQ(MQOpen("MQ$Reply_3", 0, &reply), ERR_NO_SUCH_MQ);
+  EXPECT_EQ(MQCreate("MQ$Reply_3", 0, 0), NOERROR);
+}
+
+// A process forked by a holder, which never touches queues itself, must not
+// keep its parent's queues alive once the parent is gone.
+TEST_F(MessageQueueConcurrencyTest, AForkedChildDoesNotKeepItsParentsQueuesAlive) {
+  int pid_pipe[2];
+  ASSERT_EQ(::pipe(pid_pipe), 0);
+  Child holder([&] {
+    MQHANDLE queue = NULLHANDLE;
+    if (MQOpen("MQ$Parent", MQ_OPEN_CREATE, &queue) != NOERROR) return 1;
+    const pid_t grandchild = ::fork();
+    if (grandchild == 0) {
+      ::pause();
+      ::_exit(0);
+    }
+    if (::write(pid_pipe[1], &grandchild, sizeof grandchild) != sizeof grandchild) return 2;
+    ::pause();
+    return 0;
+  });
+  pid_t grandchild = -1;
+  ASSERT_EQ(::read(pid_pipe[0], &grandchild, sizeof grandchild), static_cast<ssize_t>(sizeof grandchild));
+  ::close(pid_pipe[0]);
+  ::close(pid_pipe[1]);
+  MQHANDLE queue = NULLHANDLE;
+  ASSERT_EQ(MQOpen("MQ$Parent", 0, &queue), NOERROR);
+  ASSERT_EQ(MQClose(queue, 0), NOERROR);
+  holder.kill_hard();
+  EXPECT_EQ(MQOpen("MQ$Parent", 0, &queue), ERR_NO_SUCH_MQ) << "the grandchild, still running, holds nothing";
+  ::kill(grandchild, SIGKILL);
+}
+
 }  // namespace

@@ -18,6 +18,9 @@ namespace {
 constexpr const char* kSelectNote =
     "SELECT note_id, note_class, note_flags, unid_file, unid_note, sequence, sequence_time, modified, added, "
     "parent, deleted, items FROM notes WHERE note_id = ?";
+constexpr const char* kSelectProfileNote =
+    "SELECT note_id, note_class, note_flags, unid_file, unid_note, sequence, sequence_time, modified, added, "
+    "parent, deleted, items FROM notes WHERE profile_key = ?";
 constexpr const char* kSelectRecord =
     "SELECT note_id, note_class, note_flags, unid_file, unid_note, sequence, sequence_time, modified, added, "
     "parent, deleted FROM notes WHERE note_id = ?";
@@ -127,14 +130,25 @@ STATUS Database::open_file(const std::filesystem::path& file, std::string api_pa
 }
 
 STATUS Database::read_note(NOTEID id, DWORD open_flags, Note* note) {
+  return read_note_where(kSelectNote, [id](Statement& row) { row.bind(1, id); }, ERR_INVALID_NOTE, open_flags, note);
+}
+
+STATUS Database::read_profile_note(std::string_view key, DWORD open_flags, Note* note) {
+  return read_note_where(
+      kSelectProfileNote, [key](Statement& row) { row.bind_text(1, key); }, ERR_NOT_FOUND, open_flags, note);
+}
+
+// One statement, so one read of the file's state for the whole note.
+STATUS Database::read_note_where(const char* select, const std::function<void(Statement&)>& bind, STATUS none,
+                                 DWORD open_flags, Note* note) {
   std::vector<Item> items;
   NoteRecord record;
   {
     std::lock_guard lock(connection_->mutex);
-    Statement row = connection_->prepare(kSelectNote);
-    row.bind(1, id);
+    Statement row = connection_->prepare(select);
+    bind(row);
     int rc = row.step();
-    if (rc == SQLITE_DONE) return ERR_INVALID_NOTE;
+    if (rc == SQLITE_DONE) return none;
     if (rc != SQLITE_ROW) return status_from_sqlite(rc);
     record_from(row, &record);
     if (record.deleted) return ERR_NOTE_DELETED;
@@ -534,6 +548,7 @@ STATUS Database::put_meta_bytes(const char* key, std::string_view value) {
 
 STATUS Database::modified_times(TIMEDATE* data, TIMEDATE* non_data) {
   std::lock_guard lock(connection_->mutex);
+  ReadTransaction both(*connection_);  // both times of one state of the file
   for (int data_kind = 0; data_kind < 2; ++data_kind) {
     // The newest notes are mostly documents: design notes are found through
     // the class index rather than by walking back past every document.

@@ -78,6 +78,9 @@ class Database {
   STATUS record_of(NOTEID id, NoteRecord* record);
   // The profile note with the given key (see profile_key_of), or ERR_NOT_FOUND.
   STATUS profile_note_id(std::string_view key, NOTEID* id);
+  // Fills `note` with that profile note as read_note does; ERR_NOT_FOUND
+  // when there is none.
+  STATUS read_profile_note(std::string_view key, DWORD open_flags, Note* note);
 
   // Stores the note in one transaction (see NSFNoteUpdate) and updates its
   // header (note ID, sequence, times) when that succeeds.
@@ -154,6 +157,10 @@ class Database {
   Database(std::filesystem::path file, std::string api_path, std::shared_ptr<Connection> connection)
       : file_(std::move(file)), api_path_(std::move(api_path)), connection_(std::move(connection)) {}
 
+  // The note of the first row of `select` (columns as for read_note, its
+  // parameters set by `bind`); `none` when there is no row.
+  STATUS read_note_where(const char* select, const std::function<void(Statement&)>& bind, STATUS none,
+                         DWORD open_flags, Note* note);
   STATUS write_note_locked(Note& note, DWORD update_flags, const TIMEDATE& now, NOTEID* id, DWORD* sequence);
   // A modification time later than every one stored (see database.cpp).
   STATUS stamp_locked(TIMEDATE* now);

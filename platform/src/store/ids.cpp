@@ -8,15 +8,41 @@
 #include <mutex>
 #include <random>
 
+#include "core/fork_generation.h"
 #include "ostime.h"
 
 namespace tarnwick::rt::store {
 
-uint64_t random64() {
+namespace {
+
+uint64_t system_random64() {
   uint64_t value = 0;
   if (getrandom(&value, sizeof(value), 0) == static_cast<ssize_t>(sizeof(value))) return value;
-  thread_local std::mt19937_64 fallback{std::random_device{}()};
-  return fallback();
+  std::random_device device;
+  return (static_cast<uint64_t>(device()) << 32) ^ device();
+}
+
+}  // namespace
+
+// A generator per thread, seeded from the system's once (a system call per
+// value showed in every note written). A forked child seeds its own: it must
+// not repeat its parent's values.
+uint64_t random64() {
+  struct Generator {
+    std::mt19937_64 engine;
+    unsigned generation = 0;
+    bool seeded = false;
+  };
+  thread_local Generator generator;
+  if (!generator.seeded || generator.generation != fork_generation()) {
+    const uint64_t a = system_random64(), b = system_random64();
+    std::seed_seq seed{static_cast<uint32_t>(a), static_cast<uint32_t>(a >> 32), static_cast<uint32_t>(b),
+                       static_cast<uint32_t>(b >> 32)};
+    generator.engine.seed(seed);
+    generator.generation = fork_generation();
+    generator.seeded = true;
+  }
+  return generator.engine();
 }
 
 int64_t pack_timedate(const TIMEDATE& td) {

@@ -9,7 +9,7 @@
 
 namespace tarnwick::rt::store {
 
-// A random 64-bit value (from the operating system's generator).
+// A random 64-bit value (a generator seeded from the operating system's).
 uint64_t random64();
 
 // A new UNID: a random file part and the current time as the note part.

@@ -172,6 +172,13 @@ STATUS confined(const std::filesystem::path& file, const std::filesystem::path& 
   return NOERROR;
 }
 
+// A database of this server: the data directory is read once, for both
+// the path and its confinement.
+STATUS local_database(std::string_view path, std::filesystem::path* file) {
+  const std::filesystem::path data = data_directory();
+  return confined(resolve_data_path(path, data), data, file);
+}
+
 }  // namespace
 
 STATUS resolve_database_path(const char* api_path, std::filesystem::path* file) {
@@ -180,11 +187,11 @@ STATUS resolve_database_path(const char* api_path, std::filesystem::path* file) 
   if (length == 0 || length >= MAXPATH) return ERR_INV_FILE_NAME;
   const std::string_view path(api_path, length);
   if (path.find(kSeparator) == std::string_view::npos) {
-    return confined(resolve_data_path(path), data_directory(), file);
+    return local_database(path, file);
   }
   NetPath parts;
   if (STATUS error = split(path, &parts)) return error;
-  if (is_local(parts.server)) return confined(resolve_data_path(parts.file), data_directory(), file);
+  if (is_local(parts.server)) return local_database(parts.file, file);
   std::string relative = parts.file;
   for (char& c : relative) {
     if (c == '\\') c = '/';

@@ -28,19 +28,17 @@ std::string_view arg(const char* text, WORD length) {
 STATUS open_or_create(const std::shared_ptr<Database>& database, std::string_view profile_name,
                       std::string_view user_name, Note* note) {
   const std::string key = profile_key(profile_name, user_name);
+  STATUS status = database->read_profile_note(key, 0, note);
+  if (status != ERR_NOT_FOUND) return status;
+  if (database->access_level < ACL_LEVEL_AUTHOR) return ERR_NOACCESS;
+  Note created;
+  const UNIVERSALNOTEID unid = new_unid();
+  created.oid.File = unid.File;
+  created.oid.Note = unid.Note;
+  created.flags = NOTE_FLAG_GHOST;  // profiles do not show in views
+  created.set_text("$Name", profile_name_item(profile_name, user_name));
   NOTEID id = 0;
-  STATUS status = database->profile_note_id(key, &id);
-  if (status == ERR_NOT_FOUND) {
-    if (database->access_level < ACL_LEVEL_AUTHOR) return ERR_NOACCESS;
-    Note created;
-    const UNIVERSALNOTEID unid = new_unid();
-    created.oid.File = unid.File;
-    created.oid.Note = unid.Note;
-    created.flags = NOTE_FLAG_GHOST;  // profiles do not show in views
-    created.set_text("$Name", profile_name_item(profile_name, user_name));
-    status = database->insert_profile_if_missing(created, key, &id);
-  }
-  if (status) return status;
+  if (STATUS error = database->insert_profile_if_missing(created, key, &id)) return error;
   return database->read_note(id, 0, note);
 }
 
@@ -93,12 +91,10 @@ STATUS LNPUBLIC NSFProfileGetField(DBHANDLE hDB, const char* ProfileName, WORD P
     if (STATUS error = check_names(profile_name, user_name)) return error;
     if (FieldName == nullptr) return ERR_BAD_PARAM;
     if (database->access_level < ACL_LEVEL_READER) return ERR_NOACCESS;
-    NOTEID id = 0;
-    STATUS status = database->profile_note_id(profile_key(profile_name, user_name), &id);
-    if (status == ERR_NOT_FOUND) return ERR_ITEM_NOT_FOUND;
-    if (status) return status;
     Note note;
-    if (STATUS error = database->read_note(id, 0, &note)) return error == ERR_NOTE_DELETED ? ERR_ITEM_NOT_FOUND : error;
+    STATUS status = database->read_profile_note(profile_key(profile_name, user_name), 0, &note);
+    if (status == ERR_NOT_FOUND || status == ERR_NOTE_DELETED) return ERR_ITEM_NOT_FOUND;
+    if (status) return status;
     const Item* item = note.find(arg(FieldName, FieldNameLength));
     if (item == nullptr) return ERR_ITEM_NOT_FOUND;
     std::string bytes(sizeof(WORD), '\0');

@@ -139,6 +139,20 @@ int Connection::run(const char* sql) {
   return rc == SQLITE_DONE || rc == SQLITE_ROW ? SQLITE_OK : rc;
 }
 
+ReadTransaction::ReadTransaction(Connection& connection) : connection_(connection) {
+  open_ = sqlite3_get_autocommit(connection_.raw()) != 0 && connection_.run("BEGIN") == SQLITE_OK;
+}
+
+// A failed statement may have ended the transaction already; one that is
+// still open after its COMMIT failed is rolled back, never left to hold the
+// read lock.
+ReadTransaction::~ReadTransaction() {
+  if (!open_ || sqlite3_get_autocommit(connection_.raw()) != 0) return;
+  if (connection_.run("COMMIT") != SQLITE_OK && sqlite3_get_autocommit(connection_.raw()) == 0) {
+    connection_.run("ROLLBACK");
+  }
+}
+
 WriteTransaction::~WriteTransaction() {
   if (!open_) return;
   if (nested_) {

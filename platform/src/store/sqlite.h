@@ -107,6 +107,23 @@ class Connection {
   std::unordered_map<const char*, sqlite3_stmt*> statements_;
 };
 
+// A read transaction over several statements of the caller (who holds the
+// connection's mutex): they see one state of the file, and the file's read
+// lock is taken once rather than once per statement. Inside a transaction
+// already open on the connection it does nothing. Declare it before the
+// statements, so that they are reset before it ends.
+class ReadTransaction {
+ public:
+  explicit ReadTransaction(Connection& connection);
+  ~ReadTransaction();
+  ReadTransaction(const ReadTransaction&) = delete;
+  ReadTransaction& operator=(const ReadTransaction&) = delete;
+
+ private:
+  Connection& connection_;
+  bool open_ = false;
+};
+
 // A write transaction (BEGIN IMMEDIATE) that rolls back unless committed.
 // Inside a caller's transaction it is a savepoint instead: a failed write
 // is undone whole and the rest of the caller's transaction goes on.
