@@ -11,6 +11,7 @@
 #include <unordered_set>
 
 #include "core/private_files.h"
+#include "mq/whole_file_lock.h"
 
 namespace tarnwick::rt {
 namespace {
@@ -57,16 +58,6 @@ LockSet& lock_set() {
   return *set;
 }
 
-struct flock whole_file_write_lock() {
-  struct flock lock {};
-  lock.l_type = F_WRLCK;
-  lock.l_whence = SEEK_SET;
-  lock.l_start = 0;
-  lock.l_len = 0;
-  lock.l_pid = 0;
-  return lock;
-}
-
 }  // namespace
 
 // The file is locked under a hidden name first and then renamed into place,
@@ -79,7 +70,7 @@ std::unique_ptr<LivenessLock> LivenessLock::acquire(const std::filesystem::path&
   std::filesystem::path hidden = path.parent_path() / ("." + path.filename().string() + "." + set.tag);
   int fd = open_private_file(hidden, O_RDWR | O_CREAT | O_TRUNC);
   if (fd < 0) return nullptr;
-  struct flock lock = whole_file_write_lock();
+  struct flock lock = whole_file_lock(F_WRLCK);
   if (::fcntl(fd, F_OFD_SETLK, &lock) != 0 || ::rename(hidden.c_str(), path.c_str()) != 0) {
     ::unlink(hidden.c_str());
     ::close(fd);
@@ -111,7 +102,7 @@ void LivenessLock::release_keeping_file() {
 bool is_held_by_live_process(const std::filesystem::path& path) {
   int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) return false;
-  struct flock probe = whole_file_write_lock();
+  struct flock probe = whole_file_lock(F_WRLCK);
   bool held = ::fcntl(fd, F_OFD_GETLK, &probe) == 0 && probe.l_type != F_UNLCK;
   ::close(fd);
   return held;

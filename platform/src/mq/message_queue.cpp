@@ -25,6 +25,7 @@
 #include "mq.h"
 #include "mq/liveness_lock.h"
 #include "mq/shared_state.h"
+#include "mq/whole_file_lock.h"
 
 namespace tarnwick::rt {
 namespace fs = std::filesystem;
@@ -213,27 +214,16 @@ class TransitionLock {
 // The holders file of a queue folder.
 fs::path holders_file(const fs::path& queue_dir) { return queue_dir / "holders"; }
 
-// A probe for any lock on the whole holders file.
-struct flock whole_file(short type) {
-  struct flock lock {};
-  lock.l_type = type;
-  lock.l_whence = SEEK_SET;
-  lock.l_start = 0;
-  lock.l_len = 0;
-  lock.l_pid = 0;
-  return lock;
-}
-
 // Whether an open description other than `fd`'s holds a lock on its file:
 // some other holding, in this process or another. The description's own
 // lock is not seen.
 bool others_hold(int fd) {
-  struct flock probe = whole_file(F_WRLCK);
+  struct flock probe = whole_file_lock(F_WRLCK);
   return ::fcntl(fd, F_OFD_GETLK, &probe) == 0 && probe.l_type != F_UNLCK;
 }
 
 bool set_hold(int fd, bool hold) {
-  struct flock lock = whole_file(hold ? F_RDLCK : F_UNLCK);
+  struct flock lock = whole_file_lock(hold ? F_RDLCK : F_UNLCK);
   return ::fcntl(fd, F_OFD_SETLK, &lock) == 0;
 }
 
