@@ -17,6 +17,7 @@
 #include "request/IPException.h"
 #include "request/RequestFile.h"
 #include "request/RequestTools.h"
+#include "serverlog.h"
 
 namespace {
 
@@ -44,6 +45,9 @@ class ReplyDocumentTest : public ::testing::Test {
     ASSERT_EQ(NotesInitExtended(2, argv), NOERROR);
   }
   static void TearDownTestSuite() {
+    // Reading the log waits for the lines still on their way to it, so the
+    // folder is not removed while they are being stored.
+    ServerLogEnumLines(1, [](void*, const SERVER_LOG_LINE*) {}, nullptr);
     NotesTerm();
     fs::remove_all(dir_);
   }
