@@ -68,7 +68,7 @@ class TreeBuilder : public DefaultHandler {
     if (static_cast<int>(stack_.size()) >= kMaxXmlDepth) stop("elements are nested too deeply");
     auto element = std::make_unique<XmlElement>();
     element->name = utf8_of(localname);
-    element->line = current_line();
+    element->line = last_line_ = current_line();
     for (XMLSize_t i = 0; i < attrs.getLength(); ++i) {
       element->attributes.emplace_back(utf8_of(attrs.getLocalName(i)), utf8_of(attrs.getValue(i)));
     }
@@ -96,10 +96,14 @@ class TreeBuilder : public DefaultHandler {
   std::unique_ptr<XmlElement> take_root() { return std::move(root_); }
   const std::string& stop_message() const { return stop_message_; }
   int current_line() const { return locator_ ? static_cast<int>(locator_->getLineNumber()) : 0; }
+  // The line reached when the parse stopped; the locator belongs to the
+  // reader, which is gone by the time a failure is reported.
+  int last_line() const { return last_line_; }
 
  private:
   [[noreturn]] void stop(const char* message) {
     stop_message_ = message;
+    last_line_ = current_line();
     throw BuildStop{};
   }
 
@@ -107,6 +111,7 @@ class TreeBuilder : public DefaultHandler {
   std::unique_ptr<XmlElement> root_;
   std::vector<XmlElement*> stack_;
   std::string stop_message_;
+  int last_line_ = 0;
 };
 
 }  // namespace
@@ -138,11 +143,11 @@ std::unique_ptr<XmlElement> parse_xml(std::string_view bytes, XmlError& error) {
     error.message = utf8_of(e.getMessage());
     return nullptr;
   } catch (const BuildStop&) {
-    error.line = builder.current_line();
+    error.line = builder.last_line();
     error.message = builder.stop_message();
     return nullptr;
   } catch (const XMLException& e) {
-    error.line = builder.current_line();
+    error.line = builder.last_line();
     error.message = utf8_of(e.getMessage());
     return nullptr;
   } catch (const OutOfMemoryException&) {
