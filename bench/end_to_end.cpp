@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <fstream>
 
 #include "globerr.h"
 #include "mqlist.h"
@@ -108,25 +107,23 @@ RunningTask::~RunningTask() {
 
 FrontEnd::FrontEnd(const fs::path& requestFile, std::string replyQueue, DWORD replyWaitMs)
     : replyQueue_(std::move(replyQueue)),
-      requestFile_(requestFile),
       requestPath_(requestFile.string()),
       replyWaitMs_(replyWaitMs),
       buffer_(MQ_MAX_MSGSIZE) {
   if (MQOpen(kRequestQueue, 0, &requests_) != NOERROR) failure_ = std::string("cannot open ") + kRequestQueue;
   if (MQOpen(replyQueue_.c_str(), MQ_OPEN_CREATE, &replies_) != NOERROR) failure_ = "cannot make " + replyQueue_;
+  file_ = ::open(requestPath_.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  if (file_ < 0) failure_ = "cannot make " + requestPath_;
 }
 
 FrontEnd::~FrontEnd() {
   if (requests_ != NULLHANDLE) MQClose(requests_, 0);
   if (replies_ != NULLHANDLE) MQClose(replies_, 0);
+  if (file_ >= 0) ::close(file_);
 }
 
 bool FrontEnd::roundTrip(const std::string& request, const std::string& whom, Answer& answer) {
-  {
-    std::ofstream file(requestFile_, std::ios::binary | std::ios::trunc);
-    file << request;
-    if (!file.flush()) return fail("cannot write " + requestPath_);
-  }
+  if (!writeRequest(request)) return fail("cannot write " + requestPath_);
   const auto start = Clock::now();
   if (MQPut(requests_, 0, requestPath_.data(), static_cast<WORD>(requestPath_.size()), 0) != NOERROR) {
     return fail(std::string("cannot put on ") + kRequestQueue);
@@ -135,8 +132,37 @@ bool FrontEnd::roundTrip(const std::string& request, const std::string& whom, An
   const STATUS got = MQGet(replies_, buffer_.data(), static_cast<WORD>(buffer_.size()), 0, replyWaitMs_, &length);
   if (got != NOERROR) return fail("no reply on " + replyQueue_ + " for " + whom);
   answer.reply.assign(buffer_.data(), length);
-  answer.document = readFile(requestFile_);
+  if (!readDocument(answer.document)) return fail("cannot read " + requestPath_);
   latenciesUs_.push_back(std::chrono::duration<double, std::micro>(Clock::now() - start).count());
+  return true;
+}
+
+// The task writes the reply over the same file (in place), so the front end
+// keeps it open: the request goes over the old reply, cut to its length
+// only where the reply was longer.
+bool FrontEnd::writeRequest(const std::string& request) {
+  if (file_ < 0) return false;
+  size_t written = 0;
+  while (written < request.size()) {
+    const ssize_t n = ::pwrite(file_, request.data() + written, request.size() - written, static_cast<off_t>(written));
+    if (n <= 0) return false;
+    written += static_cast<size_t>(n);
+  }
+  if (fileLength_ > request.size() && ::ftruncate(file_, static_cast<off_t>(request.size())) != 0) return false;
+  fileLength_ = request.size();
+  return true;
+}
+
+bool FrontEnd::readDocument(std::string& document) {
+  document.clear();
+  char chunk[16384];
+  for (;;) {
+    const ssize_t n = ::pread(file_, chunk, sizeof chunk, static_cast<off_t>(document.size()));
+    if (n < 0) return false;
+    if (n == 0) break;
+    document.append(chunk, static_cast<size_t>(n));
+  }
+  fileLength_ = document.size();
   return true;
 }
 

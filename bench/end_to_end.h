@@ -98,12 +98,16 @@ class FrontEnd {
   bool fail(std::string text);
 
  private:
+  bool writeRequest(const std::string& request);
+  bool readDocument(std::string& document);
+
   std::string replyQueue_;
-  std::filesystem::path requestFile_;
   std::string requestPath_;
   DWORD replyWaitMs_;
   MQHANDLE requests_ = NULLHANDLE;
   MQHANDLE replies_ = NULLHANDLE;
+  int file_ = -1;           // the request file, kept open
+  size_t fileLength_ = 0;   // its length as last written or read
   std::vector<char> buffer_;
   std::vector<double> latenciesUs_;
   std::string failure_;

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <memory>
@@ -80,14 +81,23 @@ class Publication {
     write_replacing(folder_ / (tag_ + ".lines"), content);
   }
 
+  // A task asks before and after every message; the quit file is looked at
+  // once per kQuitLookInterval at most, so a quit is seen within that time.
   bool quit_requested() {
     std::lock_guard guard(mutex_);
     forget_if_forked_locked();
-    return alive_ && ::access((folder_ / (tag_ + ".quit")).c_str(), F_OK) == 0;
+    if (!alive_) return false;
+    const auto now = std::chrono::steady_clock::now();
+    if (!quit_seen_ && now < next_quit_look_) return false;
+    next_quit_look_ = now + kQuitLookInterval;
+    quit_seen_ = ::access((folder_ / (tag_ + ".quit")).c_str(), F_OK) == 0;
+    return quit_seen_;
   }
 
  private:
   void withdraw_locked() {
+    quit_seen_ = false;
+    next_quit_look_ = {};
     if (!alive_) return;
     std::error_code ec;
     fs::remove(folder_ / (tag_ + ".lines"), ec);
@@ -101,6 +111,8 @@ class Publication {
     if (generation_ == fork_generation()) return;
     generation_ = fork_generation();
     alive_.reset();
+    quit_seen_ = false;
+    next_quit_look_ = {};
   }
 
   std::mutex mutex_;
@@ -108,6 +120,9 @@ class Publication {
   fs::path folder_;                      // guarded by mutex_
   std::string tag_;                      // guarded by mutex_
   std::unique_ptr<LivenessLock> alive_;  // guarded by mutex_
+  static constexpr std::chrono::milliseconds kQuitLookInterval{20};
+  std::chrono::steady_clock::time_point next_quit_look_{};  // guarded by mutex_
+  bool quit_seen_ = false;  // guarded by mutex_: what the last look found
 };
 
 struct LiveTask {
