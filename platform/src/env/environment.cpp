@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 #include <sys/inotify.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,6 +14,7 @@
 #include <cstring>
 #include <fstream>
 #include <mutex>
+#include <shared_mutex>
 #include <sstream>
 #include <vector>
 
@@ -108,6 +110,13 @@ class IniWatch {
 
   bool active() const { return fd_ >= 0; }
 
+  // Whether events wait to be read; takes none of them, so that several
+  // threads may ask at once (true when it cannot tell).
+  bool pending() const {
+    int waiting = 0;
+    return ::ioctl(fd_, FIONREAD, &waiting) != 0 || waiting > 0;
+  }
+
   // Called before the file is read: the watch follows the file now under
   // the name, so that a change made to it while it is read leaves an event.
   void follow_file() {
@@ -168,7 +177,7 @@ class Environment {
   }
 
   STATUS load(const std::filesystem::path& path) {
-    std::lock_guard lock(mutex_);
+    std::unique_lock lock(mutex_);
     path_ = std::filesystem::absolute(path).lexically_normal();
     loaded_ = true;
     watch_.start(path_);
@@ -176,27 +185,34 @@ class Environment {
   }
 
   std::filesystem::path path() {
-    std::lock_guard lock(mutex_);
+    {
+      std::shared_lock lock(mutex_);
+      if (loaded_) return path_;
+    }
+    std::unique_lock lock(mutex_);
     ensure_loaded_locked();
     return path_;
   }
 
-  std::optional<std::string> get(std::string_view name) {
-    std::lock_guard lock(mutex_);
-    ensure_loaded_locked();
-    refresh_locked();
-    return find_in(*lines_, trim(name));
-  }
+  std::optional<std::string> get(std::string_view name) { return find_in(*snapshot(), trim(name)); }
 
+  // Readers that find no change waiting share the lock. Changes are taken
+  // from the watch and the file read again only under the exclusive lock,
+  // so no reader can miss a change another thread has taken but not yet
+  // read.
   std::shared_ptr<const EnvironmentLines> snapshot() {
-    std::lock_guard lock(mutex_);
+    {
+      std::shared_lock lock(mutex_);
+      if (current_locked()) return lines_;
+    }
+    std::unique_lock lock(mutex_);
     ensure_loaded_locked();
     refresh_locked();
     return lines_;
   }
 
   bool set(std::string_view name, std::string_view value) {
-    std::lock_guard lock(mutex_);
+    std::unique_lock lock(mutex_);
     ensure_loaded_locked();
     refresh_locked();
     std::string new_line = std::string(trim(name)) + "=" + std::string(value);
@@ -218,7 +234,11 @@ class Environment {
   }
 
   std::filesystem::path data_directory() {
-    std::lock_guard lock(mutex_);
+    {
+      std::shared_lock lock(mutex_);
+      if (current_locked() && !path_.empty() && directory_) return *directory_;
+    }
+    std::unique_lock lock(mutex_);
     ensure_loaded_locked();
     refresh_locked();
     if (path_.empty()) return data_directory_locked();  // follows the current directory
@@ -247,6 +267,13 @@ class Environment {
     if (!directory || directory->empty()) return base;
     std::filesystem::path dir(*directory);
     return (dir.is_absolute() ? dir : base / dir).lexically_normal();
+  }
+
+  // Whether lines_ is up to date without a look at the file (shared lock).
+  bool current_locked() const {
+    if (!loaded_ || g_forked.load(std::memory_order_relaxed)) return false;
+    if (path_.empty()) return true;
+    return watch_.active() && !watch_.pending();
   }
 
   void refresh_locked() {
@@ -306,7 +333,7 @@ class Environment {
     return true;
   }
 
-  std::mutex mutex_;
+  std::shared_mutex mutex_;
   bool loaded_ = false;
   std::filesystem::path path_;           // guarded by mutex_
   std::shared_ptr<const EnvironmentLines> lines_ = std::make_shared<EnvironmentLines>();  // guarded by mutex_

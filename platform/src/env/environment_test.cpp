@@ -5,11 +5,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <filesystem>
 #include <cstring>
 #include <fstream>
 #include <functional>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -93,6 +96,34 @@ TEST_F(EnvironmentTest, SeesChangesMadeByAnotherWriter) {
   fs::rename(temp, ini_);
   EXPECT_EQ(OSGetEnvironmentLong("OOOWorkers"), 3);
   EXPECT_FALSE(OSGetEnvironmentString("ServerName", nullptr, 0));
+}
+
+// Readers on several threads at once: a change made before a read starts is
+// seen by that read, whichever thread took the change notice.
+TEST_F(EnvironmentTest, EveryThreadSeesAChangeMadeBeforeItsRead) {
+  constexpr long kVersions = 150;
+  std::atomic<long> written{0};
+  std::atomic<bool> done{false};
+  std::atomic<int> stale{0};
+  std::vector<std::thread> readers;
+  for (int i = 0; i < 4; ++i) {
+    readers.emplace_back([&] {
+      while (!done.load()) {
+        const long before = written.load();
+        if (OSGetEnvironmentLong("Version") < before) stale.fetch_add(1);
+      }
+    });
+  }
+  for (long version = 1; version <= kVersions; ++version) {
+    fs::path temp = dir_ / "other.tmp";
+    std::ofstream(temp) << "Directory=data\nVersion=" << version << "\n";
+    fs::rename(temp, ini_);
+    written.store(version);
+  }
+  done.store(true);
+  for (auto& reader : readers) reader.join();
+  EXPECT_EQ(stale.load(), 0);
+  EXPECT_EQ(OSGetEnvironmentLong("Version"), kVersions);
 }
 
 // Runs `body` in a child process; returns its exit code.
