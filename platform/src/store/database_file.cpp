@@ -112,7 +112,9 @@ void sync_directory(const std::filesystem::path& directory) {
 // Settings every connection needs; the journal mode is stored in the file.
 STATUS configure(Connection& connection) {
   sqlite3_busy_timeout(connection.raw(), 10000);
-  if (int rc = connection.exec("PRAGMA synchronous=FULL"); rc != SQLITE_OK) return status_from_sqlite(rc);
+  if (int rc = connection.exec("PRAGMA synchronous=FULL; PRAGMA cache_spill=4096"); rc != SQLITE_OK) {
+    return status_from_sqlite(rc);
+  }
   return NOERROR;
 }
 
