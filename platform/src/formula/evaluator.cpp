@@ -312,6 +312,11 @@ double seconds_between(const TIMEDATE& a, const TIMEDATE& b) {
 }
 
 TIMEDATE add_seconds(const TIMEDATE& t, double seconds) {
+  // Further than any two dates a TIMEDATE holds lie apart: past it every
+  // result wraps the same way, and the arithmetic below stays defined for
+  // any number a formula gives (not a number adds nothing).
+  constexpr double kMostSeconds = double(TIMEDATE_JULIAN_MASK + 1.0) * 86400.0 * 2;
+  seconds = std::isnan(seconds) ? 0 : std::clamp(seconds, -kMostSeconds, kMostSeconds);
   TIMEDATE out = t;
   if (t.Innards[0] == ALLDAY) {
     const int64_t days = static_cast<int64_t>(std::floor(seconds / 86400.0));
