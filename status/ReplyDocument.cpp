@@ -51,11 +51,38 @@ bool isWellFormedUtf8(const char* text, size_t length) {
   return true;
 }
 
+// The reference written for the character c, or null when c is written as
+// itself. In attribute values the white-space controls are written as
+// references too, because a parser turns them into blanks otherwise.
+const char* referenceFor(char32_t c, bool attribute) {
+  switch (c) {
+    case '&':
+      return "&amp;";
+    case '<':
+      return "&lt;";
+    case '>':
+      return "&gt;";
+    default:
+      break;
+  }
+  if (!attribute) return nullptr;
+  switch (c) {
+    case '"':
+      return "&quot;";
+    case '\t':
+      return "&#x9;";
+    case '\n':
+      return "&#xA;";
+    case '\r':
+      return "&#xD;";
+    default:
+      return nullptr;
+  }
+}
+
 // Appends a well-formed UTF-8 text with the characters that would change
-// its meaning escaped. In attribute values the white-space controls are
-// written as references, because a parser turns them into blanks otherwise.
-// Characters XML cannot carry (the other controls, U+FFFE and U+FFFF) become
-// U+FFFD.
+// its meaning escaped. Characters XML cannot carry (the other controls,
+// U+FFFE and U+FFFF) become U+FFFD.
 void appendEscapedUtf8(std::string& out, const char* text, size_t length, bool attribute) {
   const auto* at = reinterpret_cast<const unsigned char*>(text);
   const auto* end = at + length;
@@ -73,38 +100,9 @@ void appendEscapedUtf8(std::string& out, const char* text, size_t length, bool a
       continue;
     }
     ++at;
-    switch (c) {
-      case '&':
-        out += "&amp;";
-        continue;
-      case '<':
-        out += "&lt;";
-        continue;
-      case '>':
-        out += "&gt;";
-        continue;
-      default:
-        break;
-    }
-    if (attribute) {
-      switch (c) {
-        case '"':
-          out += "&quot;";
-          continue;
-        case '\t':
-          out += "&#x9;";
-          continue;
-        case '\n':
-          out += "&#xA;";
-          continue;
-        case '\r':
-          out += "&#xD;";
-          continue;
-        default:
-          break;
-      }
-    }
-    if (c < 0x20 && c != '\t' && c != '\n' && c != '\r') {
+    if (const char* reference = referenceFor(c, attribute)) {
+      out += reference;
+    } else if (c < 0x20 && c != '\t' && c != '\n' && c != '\r') {
       out += kReplacement;
     } else {
       out += static_cast<char>(c);
@@ -122,40 +120,11 @@ void appendEscapedWide(std::u16string& out, const XMLCh* text, bool attribute) {
     if (isHighSurrogate(c) && XMLChar1_0::isXMLChar(c, at[1])) {
       out += c;
       out += *++at;
-      continue;
+    } else if (const char* reference = referenceFor(c, attribute)) {
+      out.append(reference, reference + std::strlen(reference));
+    } else {
+      out += XMLChar1_0::isXMLChar(c) ? c : kWideReplacement;
     }
-    switch (c) {
-      case u'&':
-        out += u"&amp;";
-        continue;
-      case u'<':
-        out += u"&lt;";
-        continue;
-      case u'>':
-        out += u"&gt;";
-        continue;
-      default:
-        break;
-    }
-    if (attribute) {
-      switch (c) {
-        case u'"':
-          out += u"&quot;";
-          continue;
-        case u'\t':
-          out += u"&#x9;";
-          continue;
-        case u'\n':
-          out += u"&#xA;";
-          continue;
-        case u'\r':
-          out += u"&#xD;";
-          continue;
-        default:
-          break;
-      }
-    }
-    out += XMLChar1_0::isXMLChar(c) ? c : kWideReplacement;
   }
 }
 

@@ -194,7 +194,7 @@ class Environment {
     return path_;
   }
 
-  std::optional<std::string> get(std::string_view name) { return find_in(*snapshot(), trim(name)); }
+  std::optional<std::string> get(std::string_view name) { return find_in(*snapshot(), name); }
 
   // Readers that find no change waiting share the lock. Changes are taken
   // from the watch and the file read again only under the exclusive lock,
