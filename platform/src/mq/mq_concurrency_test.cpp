@@ -364,12 +364,16 @@ TEST_F(MessageQueueConcurrencyTest, AForkedChildDoesNotKeepItsParentsQueuesAlive
   Child holder([&] {
     MQHANDLE queue = NULLHANDLE;
     if (MQOpen("MQ$Parent", MQ_OPEN_CREATE, &queue) != NOERROR) return 1;
+    // The grandchild reports itself once it runs: until then it has not
+    // yet dropped what it inherited, and shares its parent's holding.
     const pid_t grandchild = ::fork();
     if (grandchild == 0) {
+      const pid_t self = ::getpid();
+      if (::write(pid_pipe[1], &self, sizeof self) != sizeof self) ::_exit(2);
       ::pause();
       ::_exit(0);
     }
-    if (::write(pid_pipe[1], &grandchild, sizeof grandchild) != sizeof grandchild) return 2;
+    if (grandchild < 0) return 2;
     ::pause();
     return 0;
   });
