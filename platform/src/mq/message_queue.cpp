@@ -78,6 +78,63 @@ ssize_t read_up_to(int fd, char* out, size_t limit) {
   return static_cast<ssize_t>(total);
 }
 
+// A short message travels in its file's name, after kInlineMark: putting it
+// is one file creation and taking it one removal, with nothing to write or
+// read. Bytes outside a safe set are written as %XX. A message whose name
+// would pass the file system's name limit goes into the file instead.
+constexpr char kInlineMark = '=';
+constexpr size_t kMaxNameLength = 255;
+
+bool is_plain_name_byte(unsigned char byte) {
+  return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') || (byte >= '0' && byte <= '9') ||
+         byte == '.' || byte == '_' || byte == '-' || byte == ',' || byte == ':' || byte == '@' || byte == '+';
+}
+
+// Appends the message's bytes to `name` as an inline message; false (and
+// `name` unusable) when the result would be too long.
+bool append_inline(std::string& name, const char* bytes, size_t length) {
+  static constexpr char kHex[] = "0123456789ABCDEF";
+  name += kInlineMark;
+  for (size_t i = 0; i < length; ++i) {
+    const unsigned char byte = static_cast<unsigned char>(bytes[i]);
+    if (is_plain_name_byte(byte)) {
+      name += static_cast<char>(byte);
+    } else {
+      name += '%';
+      name += kHex[byte >> 4];
+      name += kHex[byte & 0x0F];
+    }
+    if (name.size() > kMaxNameLength) return false;
+  }
+  return true;
+}
+
+int hex_digit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+// The message carried by an inline message's name (the text after the mark),
+// at most `limit` bytes of it copied to `out`; its whole length, or -1 when
+// the text is not one this queue writes.
+ssize_t decode_inline(const char* text, char* out, size_t limit) {
+  size_t length = 0;
+  for (const char* at = text; *at != '\0'; ++at) {
+    unsigned char byte = static_cast<unsigned char>(*at);
+    if (byte == '%') {
+      const int high = hex_digit(at[1]);
+      const int low = high < 0 ? -1 : hex_digit(at[2]);
+      if (low < 0) return -1;
+      byte = static_cast<unsigned char>(high * 16 + low);
+      at += 2;
+    }
+    if (length < limit) out[length] = static_cast<char>(byte);
+    ++length;
+  }
+  return static_cast<ssize_t>(length);
+}
+
 uint64_t monotonic_nanoseconds() {
   timespec now{};
   ::clock_gettime(CLOCK_MONOTONIC, &now);
@@ -118,7 +175,7 @@ class ThreadWatch {
     if (messages_watch_ >= 0 && queue_watch_ >= 0 && watched_ == queue_dir.native()) return true;
     remove_watches();
     watched_ = queue_dir.native();
-    messages_watch_ = ::inotify_add_watch(fd_, messages.c_str(), IN_MOVED_TO | IN_DELETE_SELF);
+    messages_watch_ = ::inotify_add_watch(fd_, messages.c_str(), IN_CREATE | IN_MOVED_TO | IN_DELETE_SELF);
     queue_watch_ = ::inotify_add_watch(fd_, queue_dir.c_str(), IN_CREATE | IN_MOVED_TO | IN_DELETE_SELF);
     if (messages_watch_ < 0 || queue_watch_ < 0) {
       remove_watches();
@@ -542,12 +599,18 @@ STATUS MessageQueue::put(WORD priority, const char* bytes, size_t length) {
                   static_cast<unsigned long long>(monotonic_nanoseconds()), process_instance_tag().c_str(),
                   put_sequence_++);
   }
-  fs::path temporary = messages_ / (std::string(".") + name);
+  const std::string& folder = messages_.native();
+  std::string inline_name = folder + '/' + name;
+  if (append_inline(inline_name, bytes, length) && inline_name.size() - folder.size() - 1 <= kMaxNameLength) {
+    if (::mknod(inline_name.c_str(), S_IFREG | kPrivateFileMode, 0) == 0) return NOERROR;
+    return errno == ENOENT ? ERR_NO_SUCH_MQ : ERR_PROTECTED;
+  }
+  const std::string temporary = folder + "/." + name;
   int fd = open_private_file(temporary, O_WRONLY | O_CREAT | O_EXCL);
   if (fd < 0) return errno == ENOENT ? ERR_NO_SUCH_MQ : ERR_PROTECTED;
   bool written = write_all(fd, bytes, length);
   ::close(fd);
-  if (!written || ::rename(temporary.c_str(), (messages_ / name).c_str()) != 0) {
+  if (!written || ::rename(temporary.c_str(), (folder + '/' + name).c_str()) != 0) {
     ::unlink(temporary.c_str());
     return ERR_PROTECTED;
   }
@@ -570,12 +633,18 @@ MessageQueue::Take MessageQueue::take_first(char* buffer, WORD buffer_length, WO
       if (!refill_names_locked()) return Take::kGone;
       if (listed_.empty()) return Take::kEmpty;
     }
-    fs::path file = messages_ / listed_.front();
+    const std::string name = std::move(listed_.front());
     listed_.pop_front();
-    int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) continue;  // taken by another getter
-    ssize_t length = read_up_to(fd, scratch.data(), scratch.size());
-    ::close(fd);
+    const std::string file = messages_.native() + '/' + name;
+    ssize_t length = -1;
+    if (const size_t mark = name.find(kInlineMark); mark != std::string::npos) {
+      length = decode_inline(name.c_str() + mark + 1, scratch.data(), scratch.size());
+    } else {
+      int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+      if (fd < 0) continue;  // taken by another getter
+      length = read_up_to(fd, scratch.data(), scratch.size());
+      ::close(fd);
+    }
     if (::unlink(file.c_str()) != 0 || length < 0) continue;  // another getter claimed it first
     size_t copied = std::min<size_t>(static_cast<size_t>(length), buffer_length);
     if (copied > 0) std::memcpy(buffer, scratch.data(), copied);

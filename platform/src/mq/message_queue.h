@@ -12,8 +12,10 @@
 //   <KEY>/quit            present once the queue is in the QUIT state
 //   <root>/.lock          serialises create, open and close
 //
-// A message file is written under a "." name and renamed into place, so a
-// reader never sees half a message. Its name is <priority><time><origin>, all
+// A short message is carried in its file's name (after "="), so the file
+// appears with the whole message at once and stays empty. A longer one is
+// written under a "." name and renamed into place, so a reader never sees
+// half a message. Its name is <priority><time><origin>, all
 // fixed-width hex, so sorting names gives priority order and, within one
 // priority, the order the puts happened in (time from the system-wide
 // monotonic clock). A getter claims a message by unlinking its file: of

@@ -90,6 +90,31 @@ TEST_F(MessageQueueTest, FiftyServletNamesReadBackInOrder) {
   MQClose(queue, 0);
 }
 
+// Short messages travel in their file's name and longer ones in the file:
+// every byte value, and every length across the switch from one to the
+// other, must come back exactly and in put order.
+TEST_F(MessageQueueTest, MessagesOfEveryByteAndLengthRoundTripInOrder) {
+  MQHANDLE queue = make_queue("MQ$Bytes");
+  std::vector<std::string> sent;
+  std::string every_byte;
+  for (int byte = 0; byte < 256; ++byte) every_byte += static_cast<char>(byte);
+  for (size_t at = 0; at < every_byte.size(); at += 16) sent.push_back(every_byte.substr(at, 16));
+  sent.push_back(every_byte);
+  sent.push_back("/tmp/spool/set_0.xml");
+  sent.push_back("%41=%%2F%");  // escape-like text must not be decoded twice
+  for (size_t length = 60; length <= 260; length += 7) {
+    std::string path;
+    while (path.size() < length) path += "/a%b";
+    path.resize(length);
+    sent.push_back(path);
+  }
+  for (const std::string& message : sent) ASSERT_EQ(put(queue, message), NOERROR);
+  EXPECT_EQ(MQGetCount(queue), sent.size());
+  for (const std::string& message : sent) EXPECT_EQ(get(queue), message);
+  EXPECT_EQ(get(queue, ERR_MQ_EMPTY), "");
+  MQClose(queue, 0);
+}
+
 TEST_F(MessageQueueTest, LargestMessageRoundTripsAndOneByteMoreIsRefused) {
   MQHANDLE queue = make_queue("MQ$Big");
   std::string largest(MQ_MAX_MSGSIZE, 'x');
