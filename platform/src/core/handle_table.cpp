@@ -3,33 +3,42 @@
 namespace tarnwick::rt {
 
 DWORD HandleTable::add(HandleKind kind, std::shared_ptr<void> object) {
-  std::unique_lock lock(mutex_);
-  DWORD handle = next_;
-  while (handle == NULLHANDLE || entries_.contains(handle)) ++handle;
-  next_ = handle + 1;
-  entries_.emplace(handle, Entry{kind, std::move(object)});
-  return handle;
+  for (;;) {
+    const DWORD handle = next_.fetch_add(1, std::memory_order_relaxed);
+    if (handle == NULLHANDLE) continue;
+    Shard& shard = shard_of(handle);
+    std::lock_guard lock(shard.mutex);
+    if (shard.entries.contains(handle)) continue;  // the counter wrapped onto a handle still in use
+    shard.entries.emplace(handle, Entry{kind, std::move(object)});
+    return handle;
+  }
 }
 
 std::shared_ptr<void> HandleTable::find(DWORD handle, HandleKind kind) const {
-  std::shared_lock lock(mutex_);
-  auto it = entries_.find(handle);
-  if (it == entries_.end() || it->second.kind != kind) return nullptr;
+  const Shard& shard = shard_of(handle);
+  std::lock_guard lock(shard.mutex);
+  auto it = shard.entries.find(handle);
+  if (it == shard.entries.end() || it->second.kind != kind) return nullptr;
   return it->second.object;
 }
 
 std::shared_ptr<void> HandleTable::remove(DWORD handle, HandleKind kind) {
-  std::unique_lock lock(mutex_);
-  auto it = entries_.find(handle);
-  if (it == entries_.end() || it->second.kind != kind) return nullptr;
+  Shard& shard = shard_of(handle);
+  std::lock_guard lock(shard.mutex);
+  auto it = shard.entries.find(handle);
+  if (it == shard.entries.end() || it->second.kind != kind) return nullptr;
   auto object = std::move(it->second.object);
-  entries_.erase(it);
+  shard.entries.erase(it);
   return object;
 }
 
 size_t HandleTable::size() const {
-  std::shared_lock lock(mutex_);
-  return entries_.size();
+  size_t total = 0;
+  for (const Shard& shard : shards_) {
+    std::lock_guard lock(shard.mutex);
+    total += shard.entries.size();
+  }
+  return total;
 }
 
 HandleTable& handles() {

@@ -12,9 +12,9 @@
 // Thread-safe: any thread may add, look up and remove.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <mutex>
-#include <shared_mutex>
 #include <unordered_map>
 
 #include "global.h"
@@ -67,9 +67,21 @@ class HandleTable {
     HandleKind kind;
     std::shared_ptr<void> object;
   };
-  mutable std::shared_mutex mutex_;
-  std::unordered_map<DWORD, Entry> entries_;  // guarded by mutex_
-  DWORD next_ = 1;                            // guarded by mutex_
+
+  // Every API call looks a handle up, from many threads at once: the table
+  // is split by handle number into shards with a lock each, on cache lines
+  // of their own, so that threads working on different handles seldom meet.
+  static constexpr DWORD kShards = 16;
+  struct alignas(64) Shard {
+    mutable std::mutex mutex;
+    std::unordered_map<DWORD, Entry> entries;  // guarded by mutex
+  };
+
+  Shard& shard_of(DWORD handle) { return shards_[handle % kShards]; }
+  const Shard& shard_of(DWORD handle) const { return shards_[handle % kShards]; }
+
+  Shard shards_[kShards];
+  std::atomic<DWORD> next_{1};
 };
 
 // The process-wide table.
