@@ -410,6 +410,7 @@ extern "C" STATUS LNPUBLIC NSFNoteComputeWithForm(NOTEHANDLE hNote, NOTEHANDLE h
     forms::Fields fields;
     if (STATUS status = forms::form_fields(*note, hFormNote, fields)) return status;
     forms::Computation computation(*note, dwFlags, ErrorRoutine, CallersContext);
+    const formula::SettingsHold settings;
     return computation.run(*fields);
   });
 }

@@ -82,6 +82,7 @@ void Evaluator::check_elements(size_t count) {
 }
 
 EvalResult Evaluator::run(const Program& program) {
+  const SettingsHold settings;
   EvalResult result;
   try {
     result.value = eval(*program.root);

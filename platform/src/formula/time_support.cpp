@@ -114,6 +114,21 @@ TIMEDATE local_date(int days_from_today) {
   return today;
 }
 
+namespace {
+
+// Holds alive on this thread, and whether the settings were looked at since
+// the outermost one began.
+thread_local int t_holds = 0;
+thread_local bool t_looked_in_hold = false;
+
+}  // namespace
+
+SettingsHold::SettingsHold() {
+  if (t_holds++ == 0) t_looked_in_hold = false;
+}
+
+SettingsHold::~SettingsHold() { --t_holds; }
+
 const INTLFORMAT& intl_settings() {
   // Reading the settings takes a dozen notes.ini look-ups: keep them per
   // thread while notes.ini is unchanged, which the environment's snapshot
@@ -123,11 +138,13 @@ const INTLFORMAT& intl_settings() {
     INTLFORMAT settings{};
   };
   thread_local Cached cached;
+  if (t_holds > 0 && t_looked_in_hold && cached.environment) return cached.settings;
   EnvironmentSnapshot now;
   if (!cached.environment || !now.same_as(*cached.environment)) {
     cached.settings = current_intl_settings();
     cached.environment = std::move(now);
   }
+  t_looked_in_hold = t_holds > 0;
   return cached.settings;
 }
 

@@ -39,6 +39,17 @@ TIMEDATE local_date(int days_from_today);
 // The reference stays valid until the next call on the same thread.
 const INTLFORMAT& intl_settings();
 
+// While one is alive on a thread, intl_settings() looks at notes.ini only
+// on its first call there: one formula run, or one computation of a note
+// with its form, uses one set of settings throughout. Holds nest.
+class SettingsHold {
+ public:
+  SettingsHold();
+  ~SettingsHold();
+  SettingsHold(const SettingsHold&) = delete;
+  SettingsHold& operator=(const SettingsHold&) = delete;
+};
+
 // A whole text read as a time-date the way ConvertTextToTIMEDATE reads it
 // (date order, separators and Today/Yesterday/Tomorrow words of the
 // international settings; a date without a year is in the current year).
