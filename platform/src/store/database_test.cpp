@@ -11,6 +11,8 @@
 #include "nsfdb.h"
 #include "nsfnote.h"
 #include "nsfsearch.h"
+#include "store/database_file.h"
+#include "store/sqlite.h"
 #include "store/test_data_dir.h"
 
 namespace {
@@ -211,6 +213,41 @@ TEST_F(DatabaseTest, ProcessesRacingToCreateADatabaseAllWriteToTheSameOne) {
     NSFDbClose(db);
     EXPECT_EQ(documents, kProcesses * 3) << "round " << round;
   }
+}
+
+// A server keeps many connections open; each one keeps only a few pages of
+// its file however much of it a search reads.
+TEST_F(DatabaseTest, AConnectionKeepsFewPagesOfAFileItReadsWhole) {
+  ASSERT_EQ(NSFDbCreate("big.nsf", DBCLASS_NOTEFILE, FALSE), NOERROR);
+  DBHANDLE db = NULLHANDLE;
+  ASSERT_EQ(NSFDbOpen("big.nsf", &db), NOERROR);
+  ASSERT_EQ(NSFTransactionBegin(db, 0), NOERROR);
+  const std::string body(2000, 'b');
+  for (int i = 0; i < 600; ++i) {
+    NOTEHANDLE note = NULLHANDLE;
+    ASSERT_EQ(NSFNoteCreate(db, &note), NOERROR);
+    ASSERT_EQ(NSFItemSetText(note, "Body", body.c_str(), static_cast<WORD>(body.size())), NOERROR);
+    ASSERT_EQ(NSFNoteUpdate(note, 0), NOERROR);
+    NSFNoteClose(note);
+  }
+  ASSERT_EQ(NSFTransactionCommit(db, 0), NOERROR);
+  int documents = 0;
+  auto count = [](void* counter, SEARCH_MATCH*, ITEM_TABLE*) -> STATUS {
+    ++*static_cast<int*>(counter);
+    return NOERROR;
+  };
+  ASSERT_EQ(NSFSearch(db, NULLHANDLE, nullptr, 0, NOTE_CLASS_DOCUMENT, nullptr, count, &documents, nullptr), NOERROR);
+  EXPECT_EQ(documents, 600);
+  NSFDbClose(db);
+  ASSERT_GT(fs::file_size(data_ / "big.nsf") + fs::file_size(data_ / "big.nsf-wal"), 1'000'000u);
+
+  // The connection the search used, back in the pool.
+  std::shared_ptr<tarnwick::rt::store::Connection> connection;
+  ASSERT_EQ(tarnwick::rt::store::acquire_connection(data_ / "big.nsf", &connection), NOERROR);
+  int used = 0;
+  int highest = 0;
+  ASSERT_EQ(sqlite3_db_status(connection->raw(), SQLITE_DBSTATUS_CACHE_USED, &used, &highest, 0), SQLITE_OK);
+  EXPECT_LT(used, 160 * 1024) << "page cache bytes";
 }
 
 }  // namespace

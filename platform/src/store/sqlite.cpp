@@ -84,22 +84,21 @@ std::string_view Statement::column_bytes(int index) const {
 
 namespace {
 
-// Every connection has a page cache of its own, and a server keeps dozens of
-// connections to files that grow for as long as it runs (the log, mail files
-// with years of calendar entries). Past this much memory in all, the caches
-// reuse their pages instead of taking more.
-constexpr sqlite3_int64 kPageCacheMemoryLimit = 8 << 20;
-
-void limit_page_cache_memory() {
+// SQLite's memory accounting takes one process-wide lock on every
+// allocation of every thread, which request threads working on different
+// databases would otherwise wait on. Without it there is no process-wide
+// limit on page caches: each connection bounds its own instead (see
+// configure() in database_file.cpp), and the pool bounds the connections.
+void configure_engine() {
   static std::once_flag once;
-  std::call_once(once, [] { sqlite3_soft_heap_limit64(kPageCacheMemoryLimit); });
+  std::call_once(once, [] { sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0); });
 }
 
 }  // namespace
 
 STATUS Connection::open(const std::string& path, bool create, std::unique_ptr<Connection>* out) {
   out->reset();
-  limit_page_cache_memory();
+  configure_engine();
   sqlite3* db = nullptr;
   int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | (create ? SQLITE_OPEN_CREATE : 0);
   int rc = sqlite3_open_v2(path.c_str(), &db, flags, nullptr);
