@@ -90,8 +90,8 @@ bool is_plain_name_byte(unsigned char byte) {
          byte == '.' || byte == '_' || byte == '-' || byte == ',' || byte == ':' || byte == '@' || byte == '+';
 }
 
-// Appends the message's bytes to `name` as an inline message; false (and
-// `name` unusable) when the result would be too long.
+// Appends the message's bytes to the file name `name` as an inline message;
+// false (and `name` unusable) when the name would be too long.
 bool append_inline(std::string& name, const char* bytes, size_t length) {
   static constexpr char kHex[] = "0123456789ABCDEF";
   name += kInlineMark;
@@ -600,9 +600,8 @@ STATUS MessageQueue::put(WORD priority, const char* bytes, size_t length) {
                   put_sequence_++);
   }
   const std::string& folder = messages_.native();
-  std::string inline_name = folder + '/' + name;
-  if (append_inline(inline_name, bytes, length) && inline_name.size() - folder.size() - 1 <= kMaxNameLength) {
-    if (::mknod(inline_name.c_str(), S_IFREG | kPrivateFileMode, 0) == 0) return NOERROR;
+  if (std::string inline_name = name; append_inline(inline_name, bytes, length)) {
+    if (::mknod((folder + '/' + inline_name).c_str(), S_IFREG | kPrivateFileMode, 0) == 0) return NOERROR;
     return errno == ENOENT ? ERR_NO_SUCH_MQ : ERR_PROTECTED;
   }
   const std::string temporary = folder + "/." + name;
