@@ -96,8 +96,7 @@ class Publication {
 
  private:
   void withdraw_locked() {
-    quit_seen_ = false;
-    next_quit_look_ = {};
+    forget_quit_look_locked();
     if (!alive_) return;
     std::error_code ec;
     fs::remove(folder_ / (tag_ + ".lines"), ec);
@@ -111,6 +110,11 @@ class Publication {
     if (generation_ == fork_generation()) return;
     generation_ = fork_generation();
     alive_.reset();
+    forget_quit_look_locked();
+  }
+
+  // The next quit_requested() looks at the file again.
+  void forget_quit_look_locked() {
     quit_seen_ = false;
     next_quit_look_ = {};
   }
